@@ -1,0 +1,34 @@
+// Host-only calls of the SQLite inventory database client, for aimctl and the tests.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "platform/vqm_db.h"
+
+namespace host {
+
+// Opens (creating when absent) the SQLite file at `path`. Null on failure, with the reason
+// in `*error` when given.
+_vqm_db_handle_t* db_open_file(const std::string& path, std::string* error = nullptr);
+// Creates every table and index of the inventory schema (schema/inventory.sql) that does
+// not exist yet. 0 on success.
+int db_apply_schema(_vqm_db_handle_t* db, std::string* error = nullptr);
+// Directory in which vqm_db_open(server, user, password, NAME, flags) finds NAME.db.
+void set_database_dir(const std::string& dir);
+const std::string& database_dir();
+
+// One row of a host query: column name to value as text; NULL columns are absent.
+typedef std::map<std::string, std::string> row;
+// Runs one read-only SQL statement on the handle's own connection and returns its rows.
+// 0 on success.
+int db_select(_vqm_db_handle_t* db, const std::string& sql, std::vector<row>& rows, std::string* error = nullptr);
+// Runs SQL text that may hold several statements (schema, test set-up). Host only: the
+// client calls of the library never run more than one statement. 0 on success.
+int db_exec_script(_vqm_db_handle_t* db, const std::string& sql, std::string* error = nullptr);
+// Makes every later write of the handle fail with a non-zero code when `table` matches
+// (empty: none); for tests of failure paths. `op` is "insert", "update", "delete" or "".
+void db_fail_writes(_vqm_db_handle_t* db, const std::string& table, const std::string& op = std::string());
+
+}  // namespace host
