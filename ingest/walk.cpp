@@ -201,7 +201,8 @@ bool parser::parse_config(_vqm_db_handle_t* db, config* cfg) {
     vqm_db_content_put_uint(cv, "PCIFuncKey", key.func_key);
     int optional = 0;
     if (const char* width = setting_value(generic, "Max Data Width")) {
-        vqm_db_content_put_int(cv, "MaxDataWidth", (int32_t)strtoll(width, nullptr, 0));
+        // The integer value of the setting, read in automatic base like numeric settings.
+        vqm_db_content_put_uint(cv, "MaxDataWidth", (uint32_t)strtoll(width, nullptr, 0));
         ++optional;
     }
     static const char* const misc_texts[][2] = {{"Connector Layout", "ConnectorLayout"},
