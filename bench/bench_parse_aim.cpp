@@ -216,7 +216,7 @@ BENCHMARK(BM_lower_bound)
 
 // Console output plus the real and CPU time per iteration of every run, by run name.
 class ratio_reporter : public benchmark::ConsoleReporter {
-  public:
+public:
     struct times {
         double real = 0, cpu = 0;
     };

@@ -19,14 +19,10 @@ namespace {
 const char* const filtered_aim_file = "/tmp/aim_filtered.xml";
 
 // The byte test of isprint() in the "C" locale, independent of the process's locale.
-bool is_printable_ascii(int c) {
-    return c >= 0x20 && c <= 0x7E;
-}
+bool is_printable_ascii(int c) { return c >= 0x20 && c <= 0x7E; }
 }  // namespace
 
-parser::parser() {
-    init_hc_cards();
-}
+parser::parser() { init_hc_cards(); }
 
 parser::~parser() {
     clear();

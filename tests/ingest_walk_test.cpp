@@ -48,7 +48,7 @@ const columns bus59_adapter = {
     {"PCIKey", "3866624"}, {"PCIFuncKey", "3866624"}, {"Location", "0"}};
 
 class IngestWalk : public testutil::IngestTest {
-  protected:
+protected:
     // Lines of the captured log at `level` that begin with `prefix`.
     size_t logged_prefix(host::log_level level, const std::string& prefix) const {
         size_t n = 0;
@@ -353,9 +353,7 @@ TEST_F(IngestWalk, NonRaidM2DriveConfigEndsAfterItsDrives) {
 
 // ---- Entry points and the filter ----
 
-TEST_F(IngestWalk, NullHandleFailsAtOnce) {
-    EXPECT_EQ(-1, parse_aim(nullptr, "/pstorage/cmr/aim.xml"));
-}
+TEST_F(IngestWalk, NullHandleFailsAtOnce) { EXPECT_EQ(-1, parse_aim(nullptr, "/pstorage/cmr/aim.xml")); }
 
 TEST_F(IngestWalk, MissingFileFailsWithEmptyAdapterTables) {
     exec("INSERT INTO PCIAdapter (SlotNo) VALUES (1); INSERT INTO PCIMisc (SlotNo) VALUES (1);");

@@ -15,7 +15,7 @@ const char* const wiped_tables[] = {"PCIAdapter",          "PCIMisc",        "PC
                                     "PCIPhysicalPortStat", "PCILogicalPort", "AimDisks",   "PCIGPU"};
 
 class IngestWipe : public testutil::IngestTest {
-  protected:
+protected:
     // One row in every table that the wipe empties, and in two that it leaves alone.
     void fill_other_tables() {
         for (const char* table : wiped_tables)
