@@ -31,23 +31,29 @@ void take_text(sysxml::node& el, std::string& field) {
 
 namespace {
 
-bool named(sysxml::node& n, const char* name) {
-    return strcmp(n.name(), name) == 0;
-}
+// Names are compared often (a setting's walk tries up to a dozen per element); most
+// differ in their first byte, which is tested before calling strcmp.
+bool is(const char* tag, const char* name) { return tag[0] == name[0] && strcmp(tag, name) == 0; }
 
-// The two messages of an unexpected child of a config, group or setting.
-void log_unexpected(const char* what, sysxml::node& child, const char* tag) {
+// The walk inside a setting keeps its pending nodes here: one entry per level, the next
+// node to visit there and its depth. A config's settings share one stack.
+using walk_stack = std::vector<std::pair<sysxml::node, unsigned>>;
+
+// The two messages of an unexpected child (named `tag`) of a config, group or setting.
+void log_unexpected(const char* what, const char* tag, const char* parent_tag) {
     kora_log::logErr("%s", what);
-    std::string msg = std::string("Unexpected node '") + child.name() + "' in " + tag;
+    std::string msg = std::string("Unexpected node '") + tag + "' in " + parent_tag;
     kora_log::logErr("AIM XML ERROR: %s", msg.c_str());
 }
 
+uint32_t parse_setting(setting_node& s, sysxml::node& n, walk_stack& stack);
+
 // Parses a group at nesting level `level` below its config (1 for a group directly in a
 // config); sub-groups are parsed one level further down, up to max_group_depth.
-uint32_t parse_group(group& g, sysxml::node& n, uint32_t level) {
+uint32_t parse_group(group& g, sysxml::node& n, uint32_t level, walk_stack& stack) {
     g.clear_setting_nodes();
     g.clear_groups();
-    if (!n.is_element() || !*n.name() || !named(n, "group")) {
+    if (!n.is_element() || !*n.name() || !is(n.name(), "group")) {
         kora_log::logErr("NOT group node");
         return parse_bad_group;
     }
@@ -56,22 +62,23 @@ uint32_t parse_group(group& g, sysxml::node& n, uint32_t level) {
     bool fault = false;
     for (sysxml::node c = n.first_child(); c; c = c.next_sibling()) {
         if (c.is_text()) continue;
-        if (named(c, "name")) {
+        const char* tag = c.name();
+        if (is(tag, "name")) {
             take_text(c, g.name);
-        } else if (named(c, "redfish") || named(c, "Redfish")) {
+        } else if (is(tag, "redfish") || is(tag, "Redfish")) {
             take_text(c, g.redfish);
-        } else if (named(c, "mriName")) {
+        } else if (is(tag, "mriName")) {
             take_text(c, g.mri_name);
-        } else if (named(c, "setting")) {
+        } else if (is(tag, "setting")) {
             auto* s = new setting_node();
             s->depth = g.depth + 1;
-            if (s->parse(c) != parse_ok) {
+            if (parse_setting(*s, c, stack) != parse_ok) {
                 delete s;
                 kora_log::logErr("AIM Doc: group %s parse failed", g.name.c_str());
                 return parse_ok;
             }
             g.add_setting_node(s);
-        } else if (named(c, "group")) {
+        } else if (is(tag, "group")) {
             if (level >= max_group_depth) {
                 kora_log::logErr("AIM Doc: group %s nests groups deeper than %u levels", g.name.c_str(),
                                  static_cast<unsigned>(max_group_depth));
@@ -80,14 +87,14 @@ uint32_t parse_group(group& g, sysxml::node& n, uint32_t level) {
             }
             auto* sub = new group();
             sub->depth = g.depth + 1;
-            if (parse_group(*sub, c, level + 1) != parse_ok) {
+            if (parse_group(*sub, c, level + 1, stack) != parse_ok) {
                 delete sub;
                 kora_log::logErr("AIM Doc: group %s parse failed", g.name.c_str());
                 return parse_ok;
             }
             g.add_group(sub);
         } else {
-            log_unexpected("unknown group field", c, group::TAG);
+            log_unexpected("unknown group field", tag, group::TAG);
             fault = true;
         }
     }
@@ -95,61 +102,21 @@ uint32_t parse_group(group& g, sysxml::node& n, uint32_t level) {
     return parse_ok;
 }
 
-}  // namespace
-
-// ---- setting walk ----------------------------------------------------------------------------
-
-bool setting_parser::operator()(sysxml::node& c, unsigned /*depth*/) {
-    if (!c.is_element()) return true;
-    if (named(c, "name")) {
-        take_text(c, node->name);
-    } else if (named(c, "mriName")) {
-        take_text(c, node->mri_name);
-    } else if (named(c, "desc")) {
-        take_text(c, node->desc);
-    } else if (named(c, "redfish") || named(c, "Redfish")) {
-        take_text(c, node->redfish);
-    } else if (named(c, "text_data")) {
-        in_enumerate = false;
-        if (c.has_children()) node->type = setting_node::text_data;
-    } else if (named(c, "numeric_data")) {
-        in_enumerate = false;
-        if (c.has_children()) node->type = setting_node::numeric_data;
-    } else if (named(c, "enumerate_data")) {
-        in_enumerate = true;
-        instance_seen = false;
-        if (c.has_children()) node->type = setting_node::enumerate_data;
-    } else if (named(c, "boolean_data")) {
-        in_enumerate = false;
-        if (c.has_children()) node->type = setting_node::boolean_data;
-    } else if (named(c, "instance") && in_enumerate) {
-        instance_seen = true;
-    } else if (named(c, "value") || named(c, "instance")) {
-        // Inside an enumeration only the values before its first instance count.
-        if (!(in_enumerate && instance_seen)) take_text(c, node->value);
-    } else if ((named(c, "choice") || named(c, "label")) && in_enumerate) {
-        // Choices and labels of an enumeration are accepted and not stored.
-    } else {
-        status = parse_bad_setting;
-        log_unexpected("unknown setting field", c, setting_node::TAG);
-    }
-    return true;
-}
-
-uint32_t setting_node::parse(sysxml::node& n) {
-    if (!n.is_element() || !named(n, "setting")) {
+// The whole of setting_node::parse, walking the subtree with `stack` (left empty).
+uint32_t parse_setting(setting_node& s, sysxml::node& n, walk_stack& stack) {
+    if (!n.is_element() || !is(n.name(), "setting")) {
         kora_log::logErr("AIM Doc: NOT element node or setting_node::TAG");
         return parse_bad_setting;
     }
     const char* id_attr = n.attribute("ID");
     if (!id_attr) return parse_bad_setting;
-    id = id_attr;
-    if (const char* s = n.attribute("suppress-if")) suppress_if = s;
+    s.id = id_attr;
+    if (const char* suppress = n.attribute("suppress-if")) s.suppress_if = suppress;
 
     // Depth first, document order, with an explicit stack: each entry is the next node to
     // visit at its depth, so the stack holds at most one pending sibling per level.
-    setting_parser p(this);
-    std::vector<std::pair<sysxml::node, unsigned>> stack;
+    setting_parser p(&s);
+    stack.clear();
     if (sysxml::node first = n.first_child()) stack.emplace_back(first, 0u);
     while (!stack.empty()) {
         sysxml::node c = stack.back().first;
@@ -163,20 +130,68 @@ uint32_t setting_node::parse(sysxml::node& n) {
     }
 
     if (p.status != 0) {
-        kora_log::logErr("AIM Doc: setting %s is invalid", id.c_str());
+        kora_log::logErr("AIM Doc: setting %s is invalid", s.id.c_str());
         return parse_ok;
     }
-    if (name.empty()) {
-        kora_log::logErr("AIM Doc: setting %s has an empty name", id.c_str());
+    if (s.name.empty()) {
+        kora_log::logErr("AIM Doc: setting %s has an empty name", s.id.c_str());
         return parse_bad_setting;
     }
     return parse_ok;
 }
 
+}  // namespace
+
+// ---- setting walk ----------------------------------------------------------------------------
+
+bool setting_parser::operator()(sysxml::node& c, unsigned /*depth*/) {
+    if (!c.is_element()) return true;
+    const char* tag = c.name();
+    if (is(tag, "name")) {
+        take_text(c, node->name);
+    } else if (is(tag, "mriName")) {
+        take_text(c, node->mri_name);
+    } else if (is(tag, "desc")) {
+        take_text(c, node->desc);
+    } else if (is(tag, "redfish") || is(tag, "Redfish")) {
+        take_text(c, node->redfish);
+    } else if (is(tag, "text_data")) {
+        in_enumerate = false;
+        if (c.has_children()) node->type = setting_node::text_data;
+    } else if (is(tag, "numeric_data")) {
+        in_enumerate = false;
+        if (c.has_children()) node->type = setting_node::numeric_data;
+    } else if (is(tag, "enumerate_data")) {
+        in_enumerate = true;
+        instance_seen = false;
+        if (c.has_children()) node->type = setting_node::enumerate_data;
+    } else if (is(tag, "boolean_data")) {
+        in_enumerate = false;
+        if (c.has_children()) node->type = setting_node::boolean_data;
+    } else if (is(tag, "instance") && in_enumerate) {
+        instance_seen = true;
+    } else if (is(tag, "value") || is(tag, "instance")) {
+        // Inside an enumeration only the values before its first instance count.
+        if (!(in_enumerate && instance_seen)) take_text(c, node->value);
+    } else if ((is(tag, "choice") || is(tag, "label")) && in_enumerate) {
+        // Choices and labels of an enumeration are accepted and not stored.
+    } else {
+        status = parse_bad_setting;
+        log_unexpected("unknown setting field", tag, setting_node::TAG);
+    }
+    return true;
+}
+
+uint32_t setting_node::parse(sysxml::node& n) {
+    walk_stack stack;
+    return parse_setting(*this, n, stack);
+}
+
 // ---- group, config, configset, inventories ---------------------------------------------------
 
 uint32_t group::parse(sysxml::node& n) {
-    return parse_group(*this, n, 1);
+    walk_stack stack;
+    return parse_group(*this, n, 1, stack);
 }
 
 uint32_t config::parse_pfa(sysxml::node& n) {
@@ -187,13 +202,14 @@ uint32_t config::parse_pfa(sysxml::node& n) {
     uint32_t result = parse_ok;
     for (sysxml::node c = n.first_child(); c; c = c.next_sibling()) {
         if (c.is_text()) continue;
-        if (named(c, "segment")) {
+        const char* tag = c.name();
+        if (is(tag, "segment")) {
             take_text(c, segment);
-        } else if (named(c, "bus")) {
+        } else if (is(tag, "bus")) {
             take_text(c, bus);
-        } else if (named(c, "device")) {
+        } else if (is(tag, "device")) {
             take_text(c, device);
-        } else if (named(c, "function")) {
+        } else if (is(tag, "function")) {
             take_text(c, function);
         } else {
             kora_log::logErr("AIM Doc: unknown pfa field");
@@ -205,7 +221,7 @@ uint32_t config::parse_pfa(sysxml::node& n) {
 
 uint32_t config::parse(sysxml::node& n) {
     clear_groups();
-    if (!n.is_element() || !named(n, "config")) {
+    if (!n.is_element() || !is(n.name(), "config")) {
         kora_log::logErr("AIM Doc: node is not config");
         return parse_bad_config;
     }
@@ -216,33 +232,35 @@ uint32_t config::parse(sysxml::node& n) {
     }
     id = id_attr;
 
+    walk_stack stack;
     bool fault = false;
     for (sysxml::node c = n.first_child(); c; c = c.next_sibling()) {
         if (c.is_text()) continue;
-        if (named(c, "name")) {
+        const char* tag = c.name();
+        if (is(tag, "name")) {
             take_text(c, name);
-        } else if (named(c, "mriName")) {
+        } else if (is(tag, "mriName")) {
             take_text(c, mri_name);
-        } else if (named(c, "desc")) {
+        } else if (is(tag, "desc")) {
             take_text(c, desc);
-        } else if (named(c, "redfish") || named(c, "Redfish")) {
+        } else if (is(tag, "redfish") || is(tag, "Redfish")) {
             take_text(c, redfish);
-        } else if (named(c, "pfa")) {
+        } else if (is(tag, "pfa")) {
             if (parse_pfa(c) != parse_ok) {
                 kora_log::logErr("AIM Doc: config %s parse failed", id.c_str());
                 return parse_ok;
             }
-        } else if (named(c, "group")) {
+        } else if (is(tag, "group")) {
             auto* g = new group();
             g->depth = depth + 1;
-            if (g->parse(c) != parse_ok) {
+            if (parse_group(*g, c, 1, stack) != parse_ok) {
                 delete g;
                 kora_log::logErr("AIM Doc: config %s parse failed", id.c_str());
                 return parse_ok;
             }
             add_group(g);
         } else {
-            log_unexpected("AIM Doc: unknown config field", c, config::TAG);
+            log_unexpected("AIM Doc: unknown config field", tag, config::TAG);
             fault = true;
         }
     }
@@ -256,14 +274,15 @@ uint32_t config::parse(sysxml::node& n) {
 
 uint32_t configset::parse(sysxml::node& n) {
     clear_configs();
-    if (!n.is_element() || !named(n, "configset")) return parse_bad_configset;
+    if (!n.is_element() || !is(n.name(), "configset")) return parse_bad_configset;
     for (sysxml::node c = n.first_child(); c; c = c.next_sibling()) {
         if (c.is_text()) continue;
-        if (named(c, "name")) {
+        const char* tag = c.name();
+        if (is(tag, "name")) {
             take_text(c, name);
-        } else if (named(c, "mriName")) {
+        } else if (is(tag, "mriName")) {
             take_text(c, mri_name);
-        } else if (named(c, "config")) {
+        } else if (is(tag, "config")) {
             auto* cfg = new config();
             cfg->depth = depth + 1;
             if (cfg->parse(c) != parse_ok) {
@@ -278,10 +297,11 @@ uint32_t configset::parse(sysxml::node& n) {
 
 uint32_t inventories::parse(sysxml::node& root) {
     clear_configsets();
-    if (!root.is_element() || !named(root, "inventories")) return parse_bad_root;
+    if (!root.is_element() || !is(root.name(), "inventories")) return parse_bad_root;
     for (sysxml::node c = root.first_child(); c; c = c.next_sibling()) {
         if (c.is_text()) continue;
-        if (named(c, "configset")) {
+        const char* tag = c.name();
+        if (is(tag, "configset")) {
             auto* cs = new configset();
             cs->depth = depth + 1;
             if (cs->parse(c) != parse_ok) {
@@ -289,7 +309,7 @@ uint32_t inventories::parse(sysxml::node& root) {
                 return parse_ok;
             }
             add_configset(cs);
-        } else if (named(c, "config")) {
+        } else if (is(tag, "config")) {
             auto* cfg = new config();
             cfg->depth = depth + 1;
             if (cfg->parse(c) != parse_ok) {
@@ -304,9 +324,7 @@ uint32_t inventories::parse(sysxml::node& root) {
 
 // ---- document --------------------------------------------------------------------------------
 
-uint32_t document::parse(sysxml::node& root) {
-    return inventories.parse(root);
-}
+uint32_t document::parse(sysxml::node& root) { return inventories.parse(root); }
 
 uint32_t document::parse(std::istream& in) {
     sysxml::parser context;

@@ -83,16 +83,18 @@ bool remove_groups(std::multimap<std::string, group*>& m, const char* name) {
     return true;
 }
 
+// The children are detached (the container is empty) before the first one is deleted.
 template <class T>
 void clear_children(std::multimap<std::string, T*>& m) {
-    std::vector<T*> doomed;
-    all_children(m, doomed);
-    m.clear();
-    for (T* c : doomed) delete c;
+    std::multimap<std::string, T*> doomed;
+    doomed.swap(m);
+    for (const auto& kv : doomed) delete kv.second;
 }
 
 void clear_group_map(std::multimap<std::string, group*>& m) {
+    if (m.empty()) return;
     std::vector<group*> doomed;
+    doomed.reserve(m.size());
     all_children(m, doomed);
     m.clear();
     delete_groups(std::move(doomed));
@@ -106,9 +108,7 @@ element::~element() {}
 
 setting_node::~setting_node() {}
 
-uint32_t setting_node::get_type() const {
-    return setting_node_type;
-}
+uint32_t setting_node::get_type() const { return setting_node_type; }
 
 const char* setting_node::map_data_type(setting_data_type t) {
     switch (t) {
@@ -142,41 +142,21 @@ group::~group() {
     clear_groups();
 }
 
-uint32_t group::get_type() const {
-    return group_type;
-}
+uint32_t group::get_type() const { return group_type; }
 
-void group::add_setting_node(setting_node* child) {
-    add_child(settings, child);
-}
-setting_node* group::get_setting_node(const char* name) const {
-    return first_child(settings, name);
-}
-bool group::has_setting_node(const char* name) const {
-    return first_child(settings, name) != nullptr;
-}
+void group::add_setting_node(setting_node* child) { add_child(settings, child); }
+setting_node* group::get_setting_node(const char* name) const { return first_child(settings, name); }
+bool group::has_setting_node(const char* name) const { return first_child(settings, name) != nullptr; }
 void group::get_setting_node(const char* name, std::vector<setting_node*>& out) const {
     children_named(settings, name, out);
 }
-bool group::remove_setting_node(const char* name) {
-    return remove_children(settings, name);
-}
-void group::clear_setting_nodes() {
-    clear_children(settings);
-}
+bool group::remove_setting_node(const char* name) { return remove_children(settings, name); }
+void group::clear_setting_nodes() { clear_children(settings); }
 
-void group::add_group(group* child) {
-    add_child(groups, child);
-}
-group* group::get_group(const char* name) const {
-    return first_child(groups, name);
-}
-bool group::has_group(const char* name) const {
-    return first_child(groups, name) != nullptr;
-}
-void group::get_group(const char* name, std::vector<group*>& out) const {
-    children_named(groups, name, out);
-}
+void group::add_group(group* child) { add_child(groups, child); }
+group* group::get_group(const char* name) const { return first_child(groups, name); }
+bool group::has_group(const char* name) const { return first_child(groups, name) != nullptr; }
+void group::get_group(const char* name, std::vector<group*>& out) const { children_named(groups, name, out); }
 
 void group::get_group_list(const char* part, std::vector<group*>& out) const {
     const char* p = part ? part : "";
@@ -185,73 +165,39 @@ void group::get_group_list(const char* part, std::vector<group*>& out) const {
     }
 }
 
-bool group::remove_group(const char* name) {
-    return remove_groups(groups, name);
-}
-void group::clear_groups() {
-    clear_group_map(groups);
-}
+bool group::remove_group(const char* name) { return remove_groups(groups, name); }
+void group::clear_groups() { clear_group_map(groups); }
 
 // ---- config ----------------------------------------------------------------------------------
 
-config::~config() {
-    clear_groups();
-}
+config::~config() { clear_groups(); }
 
-uint32_t config::get_type() const {
-    return config_type;
-}
+uint32_t config::get_type() const { return config_type; }
 
-void config::add_group(group* child) {
-    add_child(groups, child);
-}
-group* config::get_group(const char* name) const {
-    return first_child(groups, name);
-}
-bool config::has_group(const char* name) const {
-    return first_child(groups, name) != nullptr;
-}
+void config::add_group(group* child) { add_child(groups, child); }
+group* config::get_group(const char* name) const { return first_child(groups, name); }
+bool config::has_group(const char* name) const { return first_child(groups, name) != nullptr; }
 void config::get_group(const char* name, std::vector<group*>& out) const {
     children_named(groups, name, out);
 }
-bool config::remove_group(const char* name) {
-    return remove_groups(groups, name);
-}
-void config::clear_groups() {
-    clear_group_map(groups);
-}
+bool config::remove_group(const char* name) { return remove_groups(groups, name); }
+void config::clear_groups() { clear_group_map(groups); }
 
 // ---- configset -------------------------------------------------------------------------------
 
-configset::~configset() {
-    clear_configs();
-}
+configset::~configset() { clear_configs(); }
 
-uint32_t configset::get_type() const {
-    return configset_type;
-}
+uint32_t configset::get_type() const { return configset_type; }
 
-void configset::add_config(config* child) {
-    add_child(configs, child);
-}
-config* configset::get_config(const char* name) const {
-    return first_child(configs, name);
-}
-bool configset::has_config(const char* name) const {
-    return first_child(configs, name) != nullptr;
-}
+void configset::add_config(config* child) { add_child(configs, child); }
+config* configset::get_config(const char* name) const { return first_child(configs, name); }
+bool configset::has_config(const char* name) const { return first_child(configs, name) != nullptr; }
 void configset::get_config(const char* name, std::vector<config*>& out) const {
     children_named(configs, name, out);
 }
-void configset::get_config_list(std::vector<config*>& out) const {
-    all_children(configs, out);
-}
-bool configset::remove_config(const char* name) {
-    return remove_children(configs, name);
-}
-void configset::clear_configs() {
-    clear_children(configs);
-}
+void configset::get_config_list(std::vector<config*>& out) const { all_children(configs, out); }
+bool configset::remove_config(const char* name) { return remove_children(configs, name); }
+void configset::clear_configs() { clear_children(configs); }
 
 // ---- inventories -----------------------------------------------------------------------------
 
@@ -260,53 +206,27 @@ inventories::~inventories() {
     clear_configs();
 }
 
-uint32_t inventories::get_type() const {
-    return inventories_type;
-}
+uint32_t inventories::get_type() const { return inventories_type; }
 
-void inventories::add_configset(configset* child) {
-    add_child(configsets, child);
-}
-configset* inventories::get_configset(const char* name) const {
-    return first_child(configsets, name);
-}
-bool inventories::has_configset(const char* name) const {
-    return first_child(configsets, name) != nullptr;
-}
+void inventories::add_configset(configset* child) { add_child(configsets, child); }
+configset* inventories::get_configset(const char* name) const { return first_child(configsets, name); }
+bool inventories::has_configset(const char* name) const { return first_child(configsets, name) != nullptr; }
 void inventories::get_configset(const char* name, std::vector<configset*>& out) const {
     children_named(configsets, name, out);
 }
-void inventories::get_configset_list(std::vector<configset*>& out) const {
-    all_children(configsets, out);
-}
-bool inventories::remove_configset(const char* name) {
-    return remove_children(configsets, name);
-}
-void inventories::clear_configsets() {
-    clear_children(configsets);
-}
+void inventories::get_configset_list(std::vector<configset*>& out) const { all_children(configsets, out); }
+bool inventories::remove_configset(const char* name) { return remove_children(configsets, name); }
+void inventories::clear_configsets() { clear_children(configsets); }
 
-void inventories::add_config(config* child) {
-    add_child(configs, child);
-}
-config* inventories::get_config(const char* name) const {
-    return first_child(configs, name);
-}
-bool inventories::has_config(const char* name) const {
-    return first_child(configs, name) != nullptr;
-}
+void inventories::add_config(config* child) { add_child(configs, child); }
+config* inventories::get_config(const char* name) const { return first_child(configs, name); }
+bool inventories::has_config(const char* name) const { return first_child(configs, name) != nullptr; }
 void inventories::get_config(const char* name, std::vector<config*>& out) const {
     children_named(configs, name, out);
 }
-void inventories::get_config_list(std::vector<config*>& out) const {
-    all_children(configs, out);
-}
-bool inventories::remove_config(const char* name) {
-    return remove_children(configs, name);
-}
-void inventories::clear_configs() {
-    clear_children(configs);
-}
+void inventories::get_config_list(std::vector<config*>& out) const { all_children(configs, out); }
+bool inventories::remove_config(const char* name) { return remove_children(configs, name); }
+void inventories::clear_configs() { clear_children(configs); }
 
 // ---- documents -------------------------------------------------------------------------------
 

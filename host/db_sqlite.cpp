@@ -32,6 +32,7 @@
 #include <strings.h>
 
 #include <chrono>
+#include <memory>
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -83,31 +84,51 @@ struct vqm_db_content_values {
     std::vector<std::pair<std::string, value>> columns;
 };
 
+// The rows of a query, read into memory when the query runs, so that a result stays valid
+// whatever the handle runs next.
 struct vqm_db_result {
-    std::vector<std::string> names;
-    std::vector<std::vector<value>> rows;
-    long current = -1;  // index of the row read by the column calls; -1 before the first step
-};
-
-struct _vqm_db_handle {
-    sqlite3* db = nullptr;
-    std::unordered_map<std::string, sqlite3_stmt*> statements;
-    bool own_transaction = false;
-    unsigned pending_writes = 0;
-    std::chrono::steady_clock::time_point transaction_start;
-    std::vector<fail_rule> fail_rules;
+    std::shared_ptr<const std::vector<std::string>> names;  // the statement's column names
+    size_t columns = 0;
+    size_t rows = 0;
+    std::vector<value> cells;  // row after row, `columns` cells each
+    long current = -1;         // index of the row read by the column calls; -1 before the first step
 };
 
 namespace {
 
-std::string quote_identifier(const char* name) {
-    std::string out = "\"";
-    for (const char* p = name; *p; ++p) {
-        if (*p == '"') out += '"';
-        out += *p;
+// A prepared statement of the cache, with its column names (shared with the results).
+struct statement {
+    sqlite3_stmt* stmt = nullptr;
+    std::shared_ptr<const std::vector<std::string>> names;
+};
+
+}  // namespace
+
+struct _vqm_db_handle {
+    sqlite3* db = nullptr;
+    std::unordered_map<std::string, statement> statements;
+    bool own_transaction = false;
+    unsigned pending_writes = 0;
+    std::chrono::steady_clock::time_point transaction_start;
+    std::vector<fail_rule> fail_rules;
+    // Scratch of the call being run (SQL text and lifted values), kept to reuse their storage.
+    std::string sql;
+    std::vector<value> binds;
+};
+
+namespace {
+
+// Appends `name` to `out` as a quoted identifier (a quote inside it doubled).
+void append_identifier(std::string& out, const char* name) {
+    out += '"';
+    for (const char* p = name;;) {
+        size_t n = strcspn(p, "\"");
+        out.append(p, n);
+        if (!p[n]) break;
+        out += "\"\"";
+        p += n + 1;
     }
     out += '"';
-    return out;
 }
 
 bool ident_char(char c) {
@@ -115,11 +136,44 @@ bool ident_char(char c) {
            (static_cast<unsigned char>(c) >= 0x80);
 }
 
-bool digit(char c) {
-    return c >= '0' && c <= '9';
+bool digit(char c) { return c >= '0' && c <= '9'; }
+bool hex_digit(char c) { return digit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
+
+// True when the word text[0, len) is `keyword`, ignoring case.
+bool word_is(const char* text, size_t len, const char* keyword) {
+    return strlen(keyword) == len && strncasecmp(text, keyword, len) == 0;
 }
-bool hex_digit(char c) {
-    return digit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+
+// Converts the number token text[0, len) into `v` the way SQLite reads such a literal;
+// false when it does not convert (an integer out of the 64-bit range stays in the text).
+bool number_value(const char* text, size_t len, bool hex, bool real, value& v) {
+    char small[64];
+    std::string large;
+    const char* token = small;
+    if (len < sizeof small) {
+        memcpy(small, text, len);
+        small[len] = '\0';
+    } else {
+        large.assign(text, len);
+        token = large.c_str();
+    }
+    errno = 0;
+    char* end = nullptr;
+    if (real) {
+        v.type = SQLITE_FLOAT;
+        v.d = strtod(token, &end);
+        return *end == '\0';
+    }
+    if (hex) {
+        // A hexadecimal literal is a 64-bit pattern, as SQLite reads it.
+        if (len - 2 > 16) return false;
+        v = value::integer(static_cast<int64_t>(strtoull(token + 2, &end, 16)));
+        return true;
+    }
+    long long n = strtoll(token, &end, 10);
+    if (errno != 0 || *end != '\0') return false;
+    v = value::integer(n);
+    return true;
 }
 
 // Rewrites a condition or raw text of the library: every literal becomes "?" with its value
@@ -130,7 +184,8 @@ bool lift_literals(const char* text, size_t len, std::string& out, std::vector<v
     int used = 0;
     int depth = 0;
     int no_lift_depth = -1;  // numbers stay in place inside a GROUP BY / ORDER BY at this depth
-    std::string prev_word;
+    const char* prev_word = "";
+    size_t prev_len = 0;
     size_t i = 0;
     while (i < len) {
         char c = text[i];
@@ -197,46 +252,21 @@ bool lift_literals(const char* text, size_t len, std::string& out, std::vector<v
                     }
                 }
             }
-            std::string token(text + i, j - i);
-            bool lifted = false;
-            if (no_lift_depth < 0 && (j >= len || !ident_char(text[j]))) {
-                errno = 0;
-                char* end = nullptr;
-                if (real) {
-                    double d = strtod(token.c_str(), &end);
-                    if (*end == '\0') {
-                        value v;
-                        v.type = SQLITE_FLOAT;
-                        v.d = d;
-                        binds.push_back(v);
-                        lifted = true;
-                    }
-                } else if (hex) {
-                    // A hexadecimal literal is a 64-bit pattern, as SQLite reads it.
-                    if (token.size() - 2 <= 16) {
-                        binds.push_back(
-                            value::integer(static_cast<int64_t>(strtoull(token.c_str() + 2, &end, 16))));
-                        lifted = true;
-                    }
-                } else {
-                    long long v = strtoll(token.c_str(), &end, 10);
-                    if (errno == 0 && *end == '\0') {
-                        binds.push_back(value::integer(v));
-                        lifted = true;
-                    }
-                }
-            }
-            if (lifted) {
+            value v;
+            if (no_lift_depth < 0 && (j >= len || !ident_char(text[j])) &&
+                number_value(text + i, j - i, hex, real, v)) {
+                binds.push_back(std::move(v));
                 out += '?';
             } else {
-                out += token;
+                out.append(text + i, j - i);
             }
             i = j;
         } else if (ident_char(c)) {
             size_t j = i;
             while (j < len && ident_char(text[j])) ++j;
-            std::string word(text + i, j - i);
-            if ((word == "x" || word == "X") && j < len && text[j] == '\'') {
+            const char* word = text + i;
+            size_t word_len = j - i;
+            if (word_is(word, word_len, "x") && j < len && text[j] == '\'') {
                 // Blob literal x'..': kept as it is.
                 size_t k = j + 1;
                 while (k < len && text[k] != '\'') ++k;
@@ -245,14 +275,14 @@ bool lift_literals(const char* text, size_t len, std::string& out, std::vector<v
                 i = k + 1;
                 continue;
             }
-            if (strcasecmp(word.c_str(), "BY") == 0 &&
-                (strcasecmp(prev_word.c_str(), "GROUP") == 0 ||
-                 strcasecmp(prev_word.c_str(), "ORDER") == 0) &&
+            if (word_is(word, word_len, "BY") &&
+                (word_is(prev_word, prev_len, "GROUP") || word_is(prev_word, prev_len, "ORDER")) &&
                 no_lift_depth < 0) {
                 no_lift_depth = depth;
             }
             prev_word = word;
-            out += word;
+            prev_len = word_len;
+            out.append(word, word_len);
             i = j;
         } else if (c == '?') {
             if (i + 1 < len && digit(text[i + 1])) return false;
@@ -320,16 +350,16 @@ int begin_write(_vqm_db_handle_t* h) {
 }
 
 void clear_statements(_vqm_db_handle_t* h) {
-    for (auto& s : h->statements) sqlite3_finalize(s.second);
+    for (auto& s : h->statements) sqlite3_finalize(s.second.stmt);
     h->statements.clear();
 }
 
 // Prepares `sql` (from the cache when it was prepared before). Refuses a text that holds
 // more than one statement.
-int prepare(_vqm_db_handle_t* h, const std::string& sql, sqlite3_stmt** out) {
+int prepare(_vqm_db_handle_t* h, const std::string& sql, const statement** out) {
     auto it = h->statements.find(sql);
     if (it != h->statements.end()) {
-        *out = it->second;
+        *out = &it->second;
         return 0;
     }
     sqlite3_stmt* stmt = nullptr;
@@ -348,11 +378,20 @@ int prepare(_vqm_db_handle_t* h, const std::string& sql, sqlite3_stmt** out) {
         return kRefused;
     }
     if (h->statements.size() >= kStatementCacheSize) clear_statements(h);
-    h->statements[sql] = stmt;
-    *out = stmt;
+    statement& entry = h->statements[sql];
+    entry.stmt = stmt;
+    auto names = std::make_shared<std::vector<std::string>>();
+    for (int c = 0; c < sqlite3_column_count(stmt); ++c) {
+        const char* n = sqlite3_column_name(stmt, c);
+        names->push_back(n ? n : "");
+    }
+    entry.names = std::move(names);
+    *out = &entry;
     return 0;
 }
 
+// Binds `v` to parameter `index`. Texts and blobs are not copied: the caller keeps `v`
+// alive until the statement has run, and clears the bindings after it.
 int bind_value(sqlite3_stmt* stmt, int index, const value& v) {
     switch (v.type) {
         case SQLITE_INTEGER:
@@ -360,16 +399,18 @@ int bind_value(sqlite3_stmt* stmt, int index, const value& v) {
         case SQLITE_FLOAT:
             return sqlite3_bind_double(stmt, index, v.d);
         case SQLITE_TEXT:
-            return sqlite3_bind_text(stmt, index, v.s.data(), static_cast<int>(v.s.size()), SQLITE_TRANSIENT);
+            return sqlite3_bind_text(stmt, index, v.s.data(), static_cast<int>(v.s.size()), SQLITE_STATIC);
         case SQLITE_BLOB:
-            return sqlite3_bind_blob(stmt, index, v.s.data(), static_cast<int>(v.s.size()), SQLITE_TRANSIENT);
+            return sqlite3_bind_blob(stmt, index, v.s.data(), static_cast<int>(v.s.size()), SQLITE_STATIC);
         default:
             return sqlite3_bind_null(stmt, index);
     }
 }
 
-value read_cell(sqlite3_stmt* stmt, int col) {
-    value v;
+// Appends the value of column `col` of the current row to `cells`.
+void read_cell(sqlite3_stmt* stmt, int col, std::vector<value>& cells) {
+    cells.emplace_back();
+    value& v = cells.back();
     v.type = sqlite3_column_type(stmt, col);
     switch (v.type) {
         case SQLITE_INTEGER:
@@ -393,32 +434,34 @@ value read_cell(sqlite3_stmt* stmt, int col) {
         default:
             break;
     }
-    return v;
 }
 
-bool injected_failure(_vqm_db_handle_t* h, const char* op, const std::string& table) {
+bool injected_failure(_vqm_db_handle_t* h, const char* op, const char* table) {
     bool write = strcmp(op, "query") != 0;
     for (const auto& r : h->fail_rules) {
-        bool table_match = r.table == "*" || strcasecmp(r.table.c_str(), table.c_str()) == 0;
+        bool table_match = r.table == "*" || strcasecmp(r.table.c_str(), table) == 0;
         bool op_match = r.op == op || (r.op.empty() && write);
         if (table_match && op_match) return true;
     }
     return false;
 }
 
-// Runs one statement: binds `binds` in order, steps it to the end and, when `result` is
-// given and the statement has columns, collects its rows into a new result object.
-// `op` and `table` name the call for failure injection ("" table: not known).
-int run(_vqm_db_handle_t* h, const std::string& sql, const std::vector<value>& binds,
-        vqm_db_result_t** result, const char* op, const std::string& table) {
+// Runs one statement: binds the values of `cv` (when given) and then `binds`, in order,
+// steps it to the end and, when `result` is given and the statement has columns, collects
+// its rows into a new result object. `op` and `table` name the call for failure injection
+// ("" table: not known).
+int run(_vqm_db_handle_t* h, const std::string& sql, const vqm_db_content_values_t* cv,
+        const std::vector<value>& binds, vqm_db_result_t** result, const char* op, const char* table) {
     if (injected_failure(h, op, table)) return kInjected;
     maybe_commit(h);
-    sqlite3_stmt* stmt = nullptr;
-    int rc = prepare(h, sql, &stmt);
+    const statement* prepared = nullptr;
+    int rc = prepare(h, sql, &prepared);
     if (rc != 0) return rc;
-    if (sqlite3_bind_parameter_count(stmt) != static_cast<int>(binds.size())) {
+    sqlite3_stmt* stmt = prepared->stmt;
+    size_t count = (cv ? cv->columns.size() : 0) + binds.size();
+    if (sqlite3_bind_parameter_count(stmt) != static_cast<int>(count)) {
         kora_log::logDbg("vqm_db: refused, %d parameters for %zu values: %s",
-                         sqlite3_bind_parameter_count(stmt), binds.size(), sql.c_str());
+                         sqlite3_bind_parameter_count(stmt), count, sql.c_str());
         return kRefused;
     }
     bool write = !sqlite3_stmt_readonly(stmt);
@@ -429,28 +472,28 @@ int run(_vqm_db_handle_t* h, const std::string& sql, const std::vector<value>& b
             return rc;
         }
     }
-    for (size_t i = 0; i < binds.size(); ++i) {
-        rc = bind_value(stmt, static_cast<int>(i + 1), binds[i]);
-        if (rc != SQLITE_OK) {
-            sqlite3_clear_bindings(stmt);
-            return rc;
-        }
+    int index = 0;
+    if (cv) {
+        for (size_t i = 0; i < cv->columns.size() && rc == SQLITE_OK; ++i)
+            rc = bind_value(stmt, ++index, cv->columns[i].second);
+    }
+    for (size_t i = 0; i < binds.size() && rc == SQLITE_OK; ++i) rc = bind_value(stmt, ++index, binds[i]);
+    if (rc != SQLITE_OK) {
+        sqlite3_clear_bindings(stmt);
+        return rc;
     }
     vqm_db_result_t* res = nullptr;
     int ncols = sqlite3_column_count(stmt);
     if (result && ncols > 0) {
         res = new vqm_db_result_t;
-        for (int c = 0; c < ncols; ++c) {
-            const char* n = sqlite3_column_name(stmt, c);
-            res->names.push_back(n ? n : "");
-        }
+        res->names = prepared->names;
+        res->columns = static_cast<size_t>(ncols);
+        res->cells.reserve(res->columns);
     }
     while ((rc = sqlite3_step(stmt)) == SQLITE_ROW) {
         if (!res) continue;
-        std::vector<value> row;
-        row.reserve(static_cast<size_t>(ncols));
-        for (int c = 0; c < ncols; ++c) row.push_back(read_cell(stmt, c));
-        res->rows.push_back(std::move(row));
+        for (int c = 0; c < ncols; ++c) read_cell(stmt, c, res->cells);
+        ++res->rows;
     }
     if (rc == SQLITE_DONE) rc = 0;
     if (rc != 0) log_sql_error(h, sql, rc);
@@ -496,7 +539,9 @@ void configure(_vqm_db_handle_t* h, bool file) {
 
 _vqm_db_handle_t* open_path(const std::string& path, int flags, std::string* error) {
     sqlite3* db = nullptr;
-    int rc = sqlite3_open_v2(path.c_str(), &db, flags, nullptr);
+    // A handle belongs to one thread at a time (its statement cache and batch state are not
+    // locked either), so SQLite's per-connection mutex is left out of every call.
+    int rc = sqlite3_open_v2(path.c_str(), &db, flags | SQLITE_OPEN_NOMUTEX, nullptr);
     if (rc != SQLITE_OK) {
         if (error) *error = path + ": " + (db ? sqlite3_errmsg(db) : sqlite3_errstr(rc));
         sqlite3_close_v2(db);
@@ -550,17 +595,17 @@ bool cell_int64(const value& v, int64_t* out) {
 }
 
 const value* cell(vqm_db_result_t* r, int column) {
-    if (!r || r->current < 0 || static_cast<size_t>(r->current) >= r->rows.size()) return nullptr;
-    const std::vector<value>& row = r->rows[static_cast<size_t>(r->current)];
-    if (column < 0 || static_cast<size_t>(column) >= row.size()) return nullptr;
-    return &row[static_cast<size_t>(column)];
+    if (!r || r->current < 0 || static_cast<size_t>(r->current) >= r->rows) return nullptr;
+    if (column < 0 || static_cast<size_t>(column) >= r->columns) return nullptr;
+    return &r->cells[static_cast<size_t>(r->current) * r->columns + static_cast<size_t>(column)];
 }
 
 int put(vqm_db_content_values_t* cv, const char* column, value v) {
     if (!cv || !column || !*column) return kRefused;
+    size_t len = strlen(column);
     for (auto& c : cv->columns) {
         // Putting a column again replaces its value (SQLite column names ignore case).
-        if (strcasecmp(c.first.c_str(), column) == 0) {
+        if (c.first.size() == len && strcasecmp(c.first.c_str(), column) == 0) {
             c.second = std::move(v);
             return 0;
         }
@@ -610,12 +655,8 @@ void vqm_db_close(_vqm_db_handle_t* h) {
     delete h;
 }
 
-vqm_db_content_values_t* vqm_db_get_content_values(void) {
-    return new vqm_db_content_values_t;
-}
-void vqm_db_free_content_values(vqm_db_content_values_t* cv) {
-    delete cv;
-}
+vqm_db_content_values_t* vqm_db_get_content_values(void) { return new vqm_db_content_values_t; }
+void vqm_db_free_content_values(vqm_db_content_values_t* cv) { delete cv; }
 void vqm_db_content_clear(vqm_db_content_values_t* cv) {
     if (cv) cv->columns.clear();
 }
@@ -640,66 +681,72 @@ int vqm_db_content_put_uchar(vqm_db_content_values_t* cv, const char* column, ui
 
 int vqm_db_insert(_vqm_db_handle_t* h, const char* table, vqm_db_content_values_t* cv, int, int) {
     if (!h || !table || !*table || !cv) return kRefused;
-    std::string sql = "INSERT INTO " + quote_identifier(table);
-    std::vector<value> binds;
+    std::string& sql = h->sql;
+    sql.assign("INSERT INTO ");
+    append_identifier(sql, table);
     if (cv->columns.empty()) {
         sql += " DEFAULT VALUES";
     } else {
-        std::string names, marks;
-        for (const auto& c : cv->columns) {
-            if (!names.empty()) {
-                names += ",";
-                marks += ",";
-            }
-            names += quote_identifier(c.first.c_str());
-            marks += "?";
-            binds.push_back(c.second);
+        sql += " (";
+        for (size_t i = 0; i < cv->columns.size(); ++i) {
+            if (i) sql += ',';
+            append_identifier(sql, cv->columns[i].first.c_str());
         }
-        sql += " (" + names + ") VALUES (" + marks + ")";
+        sql += ") VALUES (";
+        for (size_t i = 0; i < cv->columns.size(); ++i) sql += i ? ",?" : "?";
+        sql += ')';
     }
-    return run(h, sql, binds, nullptr, "insert", table);
+    h->binds.clear();
+    return run(h, sql, cv, h->binds, nullptr, "insert", table);
 }
 
 int vqm_db_update(_vqm_db_handle_t* h, const char* table, vqm_db_content_values_t* cv, const char* where,
                   const vqm_db_param_t* params, int param_count, int) {
     if (!h || !table || !*table || !cv || cv->columns.empty() || param_count < 0) return kRefused;
-    std::string sql = "UPDATE " + quote_identifier(table) + " SET ";
-    std::vector<value> binds;
+    std::string& sql = h->sql;
+    sql.assign("UPDATE ");
+    append_identifier(sql, table);
+    sql += " SET ";
     for (size_t i = 0; i < cv->columns.size(); ++i) {
-        if (i) sql += ",";
-        sql += quote_identifier(cv->columns[i].first.c_str()) + "=?";
-        binds.push_back(cv->columns[i].second);
+        if (i) sql += ',';
+        append_identifier(sql, cv->columns[i].first.c_str());
+        sql += "=?";
     }
-    if (!add_condition(sql, where, binds, params, param_count)) return kRefused;
-    return run(h, sql, binds, nullptr, "update", table);
+    h->binds.clear();
+    if (!add_condition(sql, where, h->binds, params, param_count)) return kRefused;
+    return run(h, sql, cv, h->binds, nullptr, "update", table);
 }
 
 int vqm_db_delete(_vqm_db_handle_t* h, const char* table, const char* where, int, int, int) {
     if (!h || !table || !*table) return kRefused;
-    std::string sql = "DELETE FROM " + quote_identifier(table);
-    std::vector<value> binds;
-    if (!add_condition(sql, where, binds, nullptr, 0)) return kRefused;
-    return run(h, sql, binds, nullptr, "delete", table);
+    std::string& sql = h->sql;
+    sql.assign("DELETE FROM ");
+    append_identifier(sql, table);
+    h->binds.clear();
+    if (!add_condition(sql, where, h->binds, nullptr, 0)) return kRefused;
+    return run(h, sql, nullptr, h->binds, nullptr, "delete", table);
 }
 
 int vqm_db_query(_vqm_db_handle_t* h, const char* table, const char* const* columns, int column_count,
                  const char* where, void*, void*, void*, vqm_db_result_t** result) {
     if (result) *result = nullptr;
     if (!h || !table || !*table || !result) return kRefused;
-    std::string sql = "SELECT ";
+    std::string& sql = h->sql;
+    sql.assign("SELECT ");
     if (!columns || column_count <= 0) {
         sql += "*";
     } else {
         for (int i = 0; i < column_count; ++i) {
             if (!columns[i] || !*columns[i]) return kRefused;
-            if (i) sql += ",";
-            sql += quote_identifier(columns[i]);
+            if (i) sql += ',';
+            append_identifier(sql, columns[i]);
         }
     }
-    sql += " FROM " + quote_identifier(table);
-    std::vector<value> binds;
-    if (!add_condition(sql, where, binds, nullptr, 0)) return kRefused;
-    return run(h, sql, binds, result, "query", table);
+    sql += " FROM ";
+    append_identifier(sql, table);
+    h->binds.clear();
+    if (!add_condition(sql, where, h->binds, nullptr, 0)) return kRefused;
+    return run(h, sql, nullptr, h->binds, result, "query", table);
 }
 
 // `size` is the caller's buffer size: the text ends at its terminator or after `size` bytes.
@@ -707,29 +754,28 @@ int vqm_db_raw_query(_vqm_db_handle_t* h, const char* sql, int size, vqm_db_resu
     if (result) *result = nullptr;
     if (!h || !sql) return kRefused;
     size_t len = size > 0 ? strnlen(sql, static_cast<size_t>(size)) : strlen(sql);
-    std::string lifted;
-    std::vector<value> binds;
+    std::string& lifted = h->sql;
+    lifted.clear();
+    h->binds.clear();
     size_t blank = 0;
     while (blank < len && strchr(" \t\r\n", sql[blank])) ++blank;
-    if (blank == len || !lift_literals(sql, len, lifted, binds, nullptr, 0)) return kRefused;
+    if (blank == len || !lift_literals(sql, len, lifted, h->binds, nullptr, 0)) return kRefused;
     std::string op, table;
     raw_target(sql, len, op, table);
-    return run(h, lifted, binds, result, op.c_str(), table);
+    return run(h, lifted, nullptr, h->binds, result, op.c_str(), table.c_str());
 }
 
 int vqm_db_result_step(vqm_db_result_t* r) {
     if (!r) return -1;
-    if (r->current + 1 < static_cast<long>(r->rows.size())) {
+    if (r->current + 1 < static_cast<long>(r->rows)) {
         ++r->current;
         return VQM_DB_ROW;
     }
-    r->current = static_cast<long>(r->rows.size());
+    r->current = static_cast<long>(r->rows);
     return 0;
 }
 
-unsigned vqm_db_result_row_count(vqm_db_result_t* r) {
-    return r ? static_cast<unsigned>(r->rows.size()) : 0;
-}
+unsigned vqm_db_result_row_count(vqm_db_result_t* r) { return r ? static_cast<unsigned>(r->rows) : 0; }
 
 // A 32-bit read also takes negative values of 32 bits: a key put with
 // vqm_db_content_put_int reads back as the same unsigned key.
@@ -784,18 +830,17 @@ int vqm_db_result_column_blob(vqm_db_result_t* r, int column, void* buffer, unsi
     return 0;
 }
 
-void vqm_db_free_result(vqm_db_result_t* r) {
-    delete r;
-}
+void vqm_db_free_result(vqm_db_result_t* r) { delete r; }
 
 int extract_str_column_from_result(vqm_db_result_t* r, const char* column, char* buffer, unsigned size) {
-    if (!r || !column) return kRefused;
+    if (!r || !column || !r->names) return kRefused;
+    const std::vector<std::string>& names = *r->names;
     int found = -1;
-    for (size_t i = 0; i < r->names.size() && found < 0; ++i) {
-        if (r->names[i] == column) found = static_cast<int>(i);
+    for (size_t i = 0; i < names.size() && found < 0; ++i) {
+        if (names[i] == column) found = static_cast<int>(i);
     }
-    for (size_t i = 0; i < r->names.size() && found < 0; ++i) {
-        if (strcasecmp(r->names[i].c_str(), column) == 0) found = static_cast<int>(i);
+    for (size_t i = 0; i < names.size() && found < 0; ++i) {
+        if (strcasecmp(names[i].c_str(), column) == 0) found = static_cast<int>(i);
     }
     if (found < 0) return kRefused;
     return vqm_db_result_column_text(r, found, buffer, size);
@@ -813,22 +858,19 @@ int db_apply_schema(_vqm_db_handle_t* db, std::string* error) {
     return db_exec_script(db, inventory_schema_sql, error);
 }
 
-void set_database_dir(const std::string& dir) {
-    database_dir_ref() = dir;
-}
-const std::string& database_dir() {
-    return database_dir_ref();
-}
+void set_database_dir(const std::string& dir) { database_dir_ref() = dir; }
+const std::string& database_dir() { return database_dir_ref(); }
 
 int db_select(_vqm_db_handle_t* db, const std::string& sql, std::vector<row>& rows, std::string* error) {
     rows.clear();
     if (!db) return kRefused;
-    sqlite3_stmt* stmt = nullptr;
-    int rc = prepare(db, sql, &stmt);
+    const statement* prepared = nullptr;
+    int rc = prepare(db, sql, &prepared);
     if (rc != 0) {
         if (error) *error = rc == kRefused ? "not exactly one statement: " + sql : sqlite3_errmsg(db->db);
         return rc;
     }
+    sqlite3_stmt* stmt = prepared->stmt;
     if (!sqlite3_stmt_readonly(stmt) || sqlite3_bind_parameter_count(stmt) != 0) {
         if (error) *error = "not a read-only statement without parameters: " + sql;
         return kRefused;
@@ -858,9 +900,7 @@ int db_exec_script(_vqm_db_handle_t* db, const std::string& sql, std::string* er
     return rc;
 }
 
-int db_commit(_vqm_db_handle_t* db) {
-    return db ? commit(db) : kRefused;
-}
+int db_commit(_vqm_db_handle_t* db) { return db ? commit(db) : kRefused; }
 
 void db_fail_writes(_vqm_db_handle_t* db, const std::string& table, const std::string& op) {
     if (!db) return;
