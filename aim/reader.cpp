@@ -70,7 +70,9 @@ uint32_t parse_group(group& g, sysxml::node& n, uint32_t level, walk_stack& stac
         } else if (is(tag, "mriName")) {
             take_text(c, g.mri_name);
         } else if (is(tag, "setting")) {
-            auto* s = new setting_node();
+            // Default-initialised: every member has its initialiser, and `new setting_node()`
+            // would first zero the whole object.
+            auto* s = new setting_node;
             s->depth = g.depth + 1;
             if (parse_setting(*s, c, stack) != parse_ok) {
                 delete s;
@@ -85,7 +87,7 @@ uint32_t parse_group(group& g, sysxml::node& n, uint32_t level, walk_stack& stac
                 kora_log::logErr("AIM Doc: group %s parse failed", g.name.c_str());
                 return parse_ok;
             }
-            auto* sub = new group();
+            auto* sub = new group;
             sub->depth = g.depth + 1;
             if (parse_group(*sub, c, level + 1, stack) != parse_ok) {
                 delete sub;
@@ -251,7 +253,7 @@ uint32_t config::parse(sysxml::node& n) {
                 return parse_ok;
             }
         } else if (is(tag, "group")) {
-            auto* g = new group();
+            auto* g = new group;
             g->depth = depth + 1;
             if (parse_group(*g, c, 1, stack) != parse_ok) {
                 delete g;
@@ -283,7 +285,7 @@ uint32_t configset::parse(sysxml::node& n) {
         } else if (is(tag, "mriName")) {
             take_text(c, mri_name);
         } else if (is(tag, "config")) {
-            auto* cfg = new config();
+            auto* cfg = new config;
             cfg->depth = depth + 1;
             if (cfg->parse(c) != parse_ok) {
                 delete cfg;
@@ -302,7 +304,7 @@ uint32_t inventories::parse(sysxml::node& root) {
         if (c.is_text()) continue;
         const char* tag = c.name();
         if (is(tag, "configset")) {
-            auto* cs = new configset();
+            auto* cs = new configset;
             cs->depth = depth + 1;
             if (cs->parse(c) != parse_ok) {
                 delete cs;
@@ -310,7 +312,7 @@ uint32_t inventories::parse(sysxml::node& root) {
             }
             add_configset(cs);
         } else if (is(tag, "config")) {
-            auto* cfg = new config();
+            auto* cfg = new config;
             cfg->depth = depth + 1;
             if (cfg->parse(c) != parse_ok) {
                 delete cfg;

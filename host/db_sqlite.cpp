@@ -80,8 +80,15 @@ struct fail_rule {
 
 }  // namespace
 
+// The columns put since the last clear are the first `count` slots. Clearing keeps the
+// slots, so the next row reuses their name and text storage.
 struct vqm_db_content_values {
-    std::vector<std::pair<std::string, value>> columns;
+    struct column {
+        std::string name;
+        value v;
+    };
+    std::vector<column> slots;
+    size_t count = 0;
 };
 
 // The rows of a query, read into memory when the query runs, so that a result stays valid
@@ -139,9 +146,10 @@ bool ident_char(char c) {
 bool digit(char c) { return c >= '0' && c <= '9'; }
 bool hex_digit(char c) { return digit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
 
-// True when the word text[0, len) is `keyword`, ignoring case.
-bool word_is(const char* text, size_t len, const char* keyword) {
-    return strlen(keyword) == len && strncasecmp(text, keyword, len) == 0;
+// True when the word text[0, len) is the literal `keyword`, ignoring case.
+template <size_t N>
+bool word_is(const char* text, size_t len, const char (&keyword)[N]) {
+    return len == N - 1 && strncasecmp(text, keyword, len) == 0;
 }
 
 // Converts the number token text[0, len) into `v` the way SQLite reads such a literal;
@@ -458,7 +466,7 @@ int run(_vqm_db_handle_t* h, const std::string& sql, const vqm_db_content_values
     int rc = prepare(h, sql, &prepared);
     if (rc != 0) return rc;
     sqlite3_stmt* stmt = prepared->stmt;
-    size_t count = (cv ? cv->columns.size() : 0) + binds.size();
+    size_t count = (cv ? cv->count : 0) + binds.size();
     if (sqlite3_bind_parameter_count(stmt) != static_cast<int>(count)) {
         kora_log::logDbg("vqm_db: refused, %d parameters for %zu values: %s",
                          sqlite3_bind_parameter_count(stmt), count, sql.c_str());
@@ -474,8 +482,8 @@ int run(_vqm_db_handle_t* h, const std::string& sql, const vqm_db_content_values
     }
     int index = 0;
     if (cv) {
-        for (size_t i = 0; i < cv->columns.size() && rc == SQLITE_OK; ++i)
-            rc = bind_value(stmt, ++index, cv->columns[i].second);
+        for (size_t i = 0; i < cv->count && rc == SQLITE_OK; ++i)
+            rc = bind_value(stmt, ++index, cv->slots[i].v);
     }
     for (size_t i = 0; i < binds.size() && rc == SQLITE_OK; ++i) rc = bind_value(stmt, ++index, binds[i]);
     if (rc != SQLITE_OK) {
@@ -600,17 +608,27 @@ const value* cell(vqm_db_result_t* r, int column) {
     return &r->cells[static_cast<size_t>(r->current) * r->columns + static_cast<size_t>(column)];
 }
 
-int put(vqm_db_content_values_t* cv, const char* column, value v) {
-    if (!cv || !column || !*column) return kRefused;
+// The slot of `column` in `cv`: the one put before under that name (SQLite column names
+// ignore case, and putting a column again replaces its value), else the next free slot.
+// Null for a bad call.
+value* slot(vqm_db_content_values_t* cv, const char* column) {
+    if (!cv || !column || !*column) return nullptr;
     size_t len = strlen(column);
-    for (auto& c : cv->columns) {
-        // Putting a column again replaces its value (SQLite column names ignore case).
-        if (c.first.size() == len && strcasecmp(c.first.c_str(), column) == 0) {
-            c.second = std::move(v);
-            return 0;
-        }
+    for (size_t i = 0; i < cv->count; ++i) {
+        vqm_db_content_values::column& c = cv->slots[i];
+        if (c.name.size() == len && strcasecmp(c.name.c_str(), column) == 0) return &c.v;
     }
-    cv->columns.emplace_back(column, std::move(v));
+    if (cv->count == cv->slots.size()) cv->slots.emplace_back();
+    vqm_db_content_values::column& c = cv->slots[cv->count++];
+    c.name.assign(column, len);
+    return &c.v;
+}
+
+int put_integer(vqm_db_content_values_t* cv, const char* column, int64_t n) {
+    value* v = slot(cv, column);
+    if (!v) return kRefused;
+    v->type = SQLITE_INTEGER;
+    v->i = n;
     return 0;
 }
 
@@ -658,25 +676,29 @@ void vqm_db_close(_vqm_db_handle_t* h) {
 vqm_db_content_values_t* vqm_db_get_content_values(void) { return new vqm_db_content_values_t; }
 void vqm_db_free_content_values(vqm_db_content_values_t* cv) { delete cv; }
 void vqm_db_content_clear(vqm_db_content_values_t* cv) {
-    if (cv) cv->columns.clear();
+    if (cv) cv->count = 0;
 }
 
 int vqm_db_content_put_text(vqm_db_content_values_t* cv, const char* column, const char* text) {
-    return put(cv, column, text ? value::text(text) : value());
+    value* v = slot(cv, column);
+    if (!v) return kRefused;
+    v->type = text ? SQLITE_TEXT : SQLITE_NULL;
+    v->s.assign(text ? text : "");
+    return 0;
 }
 int vqm_db_content_put_uint(vqm_db_content_values_t* cv, const char* column, uint32_t v) {
-    return put(cv, column, value::integer(v));
+    return put_integer(cv, column, v);
 }
 int vqm_db_content_put_int(vqm_db_content_values_t* cv, const char* column, int32_t v) {
-    return put(cv, column, value::integer(v));
+    return put_integer(cv, column, v);
 }
 // SQLite integers are signed 64-bit: values above INT64_MAX are stored as their two's
 // complement and read back unchanged through vqm_db_result_column_int64.
 int vqm_db_content_put_uint64(vqm_db_content_values_t* cv, const char* column, uint64_t v) {
-    return put(cv, column, value::integer(static_cast<int64_t>(v)));
+    return put_integer(cv, column, static_cast<int64_t>(v));
 }
 int vqm_db_content_put_uchar(vqm_db_content_values_t* cv, const char* column, uint8_t v) {
-    return put(cv, column, value::integer(v));
+    return put_integer(cv, column, v);
 }
 
 int vqm_db_insert(_vqm_db_handle_t* h, const char* table, vqm_db_content_values_t* cv, int, int) {
@@ -684,16 +706,16 @@ int vqm_db_insert(_vqm_db_handle_t* h, const char* table, vqm_db_content_values_
     std::string& sql = h->sql;
     sql.assign("INSERT INTO ");
     append_identifier(sql, table);
-    if (cv->columns.empty()) {
+    if (cv->count == 0) {
         sql += " DEFAULT VALUES";
     } else {
         sql += " (";
-        for (size_t i = 0; i < cv->columns.size(); ++i) {
+        for (size_t i = 0; i < cv->count; ++i) {
             if (i) sql += ',';
-            append_identifier(sql, cv->columns[i].first.c_str());
+            append_identifier(sql, cv->slots[i].name.c_str());
         }
         sql += ") VALUES (";
-        for (size_t i = 0; i < cv->columns.size(); ++i) sql += i ? ",?" : "?";
+        for (size_t i = 0; i < cv->count; ++i) sql += i ? ",?" : "?";
         sql += ')';
     }
     h->binds.clear();
@@ -702,14 +724,14 @@ int vqm_db_insert(_vqm_db_handle_t* h, const char* table, vqm_db_content_values_
 
 int vqm_db_update(_vqm_db_handle_t* h, const char* table, vqm_db_content_values_t* cv, const char* where,
                   const vqm_db_param_t* params, int param_count, int) {
-    if (!h || !table || !*table || !cv || cv->columns.empty() || param_count < 0) return kRefused;
+    if (!h || !table || !*table || !cv || cv->count == 0 || param_count < 0) return kRefused;
     std::string& sql = h->sql;
     sql.assign("UPDATE ");
     append_identifier(sql, table);
     sql += " SET ";
-    for (size_t i = 0; i < cv->columns.size(); ++i) {
+    for (size_t i = 0; i < cv->count; ++i) {
         if (i) sql += ',';
-        append_identifier(sql, cv->columns[i].first.c_str());
+        append_identifier(sql, cv->slots[i].name.c_str());
         sql += "=?";
     }
     h->binds.clear();

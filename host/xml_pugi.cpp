@@ -10,7 +10,7 @@
 
 #include <algorithm>
 #include <istream>
-#include <iterator>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -35,12 +35,12 @@ node from_pugi(const pugi::xml_node& n) { return node(n.internal_object()); }
 
 bool is_text_type(pugi::xml_node_type t) { return t == pugi::node_pcdata || t == pugi::node_cdata; }
 
-// Offsets of the line feeds of `data`. Parsing in place overwrites some of them (the end of
-// a name, a line feed in an attribute value), so an error's line is counted on these.
-std::vector<size_t> line_feeds(const std::string& data) {
+// Offsets of the line feeds of begin[0, size). Parsing in place overwrites some of them
+// (the end of a name, a line feed in an attribute value), so an error's line is counted
+// on these.
+std::vector<size_t> line_feeds(const char* begin, size_t size) {
     std::vector<size_t> out;
-    const char* begin = data.data();
-    const char* end = begin + data.size();
+    const char* end = begin + size;
     for (const char* p = begin;
          (p = static_cast<const char*>(memchr(p, '\n', static_cast<size_t>(end - p)))) != nullptr; ++p)
         out.push_back(static_cast<size_t>(p - begin));
@@ -126,50 +126,47 @@ parser::~parser() {}
 
 namespace {
 
-// The DOM and the buffer that its names and texts point into.
+// The DOM and the text that its names and values point into.
 struct dom {
-    std::string data;
+    std::unique_ptr<char[]> data;
+    size_t size = 0;
     pugi::xml_document doc;
 };
 
-// Reads the rest of the stream through its buffer, in blocks that double in size; the
-// first block holds all that the buffer says is available (a whole regular file). Like
-// reading with a stream-buffer iterator, this leaves the stream's state flags alone.
-std::string read_all(std::istream& in) {
-    std::string data;
+// Reads the rest of the stream through its buffer into `d`, at first as much as the buffer
+// says is available (a whole regular file), then into a buffer of twice the size while it
+// fills up. Like reading with a stream-buffer iterator, this leaves the stream's state
+// flags alone.
+void read_all(std::istream& in, dom& d) {
     std::streambuf* buf = in.rdbuf();
-    if (!buf) return data;
+    if (!buf) return;
     std::streamsize available = buf->in_avail();
-    size_t block = available > 0 ? static_cast<size_t>(available) + 1 : 64 * 1024;
+    size_t capacity = available > 0 ? static_cast<size_t>(available) + 1 : 64 * 1024;
+    d.data.reset(new char[capacity]);
     for (;;) {
-        size_t old = data.size();
-        data.resize(old + block);
-        std::streamsize got = buf->sgetn(&data[old], static_cast<std::streamsize>(block));
-        data.resize(old + static_cast<size_t>(got > 0 ? got : 0));
-        if (got < static_cast<std::streamsize>(block)) break;  // fewer than asked: the end
-        if (block < 16 * 1024 * 1024) block *= 2;
+        std::streamsize asked = static_cast<std::streamsize>(capacity - d.size);
+        std::streamsize got = buf->sgetn(d.data.get() + d.size, asked);
+        if (got > 0) d.size += static_cast<size_t>(got);
+        if (got < asked) break;  // fewer than asked: the end
+        std::unique_ptr<char[]> larger(new char[capacity * 2]);
+        memcpy(larger.get(), d.data.get(), d.size);
+        d.data = std::move(larger);
+        capacity *= 2;
     }
-    return data;
 }
 
 }  // namespace
 
 document::document(std::istream& in, bool /*validate: no DTD is ever loaded*/) {
     if (!in) throw sysipc::exception("cannot read the XML stream");
-    auto* d = new dom();
-    d->data = read_all(in);
-    if (in.bad()) {
-        delete d;
-        throw sysipc::exception("error while reading the XML stream");
-    }
-    if (d->data.empty()) {
-        delete d;
-        throw sysipc::exception("empty XML stream", std::string(), 1);
-    }
+    std::unique_ptr<dom> d(new dom());
+    read_all(in, *d);
+    if (in.bad()) throw sysipc::exception("error while reading the XML stream");
+    if (d->size == 0) throw sysipc::exception("empty XML stream", std::string(), 1);
 
-    std::vector<size_t> feeds = line_feeds(d->data);
+    std::vector<size_t> feeds = line_feeds(d->data.get(), d->size);
     pugi::xml_parse_result r =
-        d->doc.load_buffer_inplace(&d->data[0], d->data.size(), parse_options, pugi::encoding_auto);
+        d->doc.load_buffer_inplace(d->data.get(), d->size, parse_options, pugi::encoding_auto);
     ptrdiff_t error_offset = r.offset;
     const char* error = r ? nullptr : r.description();
     if (!error) {
@@ -185,11 +182,10 @@ document::document(std::istream& in, bool /*validate: no DTD is ever loaded*/) {
     if (error) {
         std::string message = error;
         unsigned line = line_of(feeds, error_offset);
-        delete d;
         throw sysipc::exception("ill-formed XML at line " + std::to_string(line) + ": " + message,
                                 std::string(), line);
     }
-    impl_ = d;
+    impl_ = d.release();
 }
 
 document::~document() { delete static_cast<dom*>(impl_); }
