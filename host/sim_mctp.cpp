@@ -6,7 +6,13 @@
 HOST_MACHINE_SECTION("mctp_eids", [](const host::machine&, const nlohmann::json&) {});
 HOST_MACHINE_SECTION("pci_seg_bits", [](const host::machine&, const nlohmann::json&) {});
 
-extern "C" int vqmdb_get_pci_seg_bits(int) { return 0; }
-mctp_eid_table_t* MctpEidTableGet(int) { return nullptr; }
-uint8_t MctpGetEid(mctp_eid_table_t*, int, uint8_t, uint8_t, uint8_t, uint8_t) { return 0; }
+extern "C" int vqmdb_get_pci_seg_bits(int) {
+    return 0;
+}
+mctp_eid_table_t* MctpEidTableGet(int) {
+    return nullptr;
+}
+uint8_t MctpGetEid(mctp_eid_table_t*, int, uint8_t, uint8_t, uint8_t, uint8_t) {
+    return 0;
+}
 void MctpEidTableFree(mctp_eid_table_t*) {}
