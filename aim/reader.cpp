@@ -20,8 +20,10 @@
 namespace aim_parser {
 
 void take_text(sysxml::node& el, std::string& field) {
+    // The text of the first child node: an element there has no text of its own (and
+    // gathering its descendants' text would make deeply nested input quadratic).
     sysxml::node first = el.first_child();
-    if (!first) return;
+    if (!first || first.is_element()) return;
     std::string text = first.content();
     if (text.empty() || text[0] == '\0' || text[0] == '\n') return;
     field = std::move(text);

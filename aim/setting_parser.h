@@ -21,8 +21,9 @@ struct setting_parser {
     bool instance_seen = false;
 };
 
-// Stores the text of `el`'s first child into `field` when that text is present and does
-// not begin with a line feed; otherwise `field` keeps its value.
+// Stores the text of `el`'s first child into `field` when that child is a text, comment or
+// processing-instruction node whose text is not empty and does not begin with a line feed;
+// otherwise `field` keeps its value.
 void take_text(sysxml::node& el, std::string& field);
 
 }  // namespace aim_parser
