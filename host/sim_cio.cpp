@@ -7,7 +7,7 @@
 // answers the SMBus post-box request "get system identification data":
 //   {"serial", "marketing_name", "part_number", "firmware_version": texts answered four
 //    bytes per chunk (zero bytes past the end; an absent text answers as empty),
-//    "build_date": [4 bytes] (packed decimal month, day, year low half, year high half),
+//    "build_date": [4 bytes] (packed decimal day, month, year low half, year high half),
 //    "vendor_id", "device_id", "subsystem_vendor_id", "subsystem_device_id": numbers,
 //    "faults": {
 //      "open": true            cio_block_open fails,

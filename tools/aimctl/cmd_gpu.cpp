@@ -10,6 +10,7 @@
 
 #include "gpu/gpu_dev_info.h"
 #include "host/machine.h"
+#include "host/sim.h"
 #include "tools/aimctl/command.h"
 
 namespace {
@@ -89,6 +90,7 @@ int run_gpu(const std::vector<std::string>& args) {
             snprintf(hex, sizeof hex, "0x%04X", static_cast<unsigned>(n.second));
             out[n.first] = hex;
         }
+        out["requests"] = host::nvidia_gpu_calls(name);
         printf("%s\n", out.dump(2).c_str());
     } else {
         for (const auto& t : texts)
@@ -96,6 +98,7 @@ int run_gpu(const std::vector<std::string>& args) {
         for (const auto& n : numbers) {
             printf("%-20s 0x%04X\n", (std::string(n.first) + ":").c_str(), static_cast<unsigned>(n.second));
         }
+        printf("%-20s %u\n", "requests:", host::nvidia_gpu_calls(name));
     }
     return aimctl::exit_ok;
 }
@@ -108,6 +111,7 @@ AIMCTL_COMMAND("gpu", "query a simulated NVIDIA GPU of a machine",
                "GPU whose cio device name is NAME (a key of \"nvidia_gpus\") with the library's device\n"
                "query: serial number, marketing name, part number, build date, firmware version and\n"
                "PCI ids. --ids gives the card's four PCI ids (hexadecimal) for the platform's table of\n"
-               "hard-coded GPU names. Prints \"field: value\" lines, or a JSON object with --json.\n"
+               "hard-coded GPU names. Prints \"field: value\" lines, or a JSON object with --json, and\n"
+               "the number of post-box requests the GPU received (retries included).\n"
                "Texts not read stay empty.\n",
                run_gpu);
