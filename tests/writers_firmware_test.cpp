@@ -81,10 +81,13 @@ TEST_F(Firmware, ExistenceCheck) {
         ASSERT_EQ(0, run_xml(aim_doc(adapter("0", firmware("1.0") + c.second))));
         EXPECT_EQ(c.rows, count("Firmwares")) << c.second;
     }
-    // Values longer than 31 characters are stored whole but compared in 31 characters only.
+    // Values longer than 31 characters are stored whole but compared in 31 characters only:
+    // they never match their own row, while a row of exactly those 31 characters matches.
     exec("DELETE FROM Firmwares");
-    ASSERT_EQ(0, run_xml(aim_doc(adapter("0", firmware(v31 + "A") + firmware(v31 + "B") + firmware(v31)))));
-    EXPECT_EQ((std::vector<std::string>{v31 + "A"}), column(rows("Firmwares"), "VersionString"));
+    ASSERT_EQ(0, run_xml(aim_doc(adapter(
+                     "0", firmware(v31 + "A") + firmware(v31 + "B") + firmware(v31) + firmware(v31 + "C")))));
+    EXPECT_EQ((std::vector<std::string>{v31 + "A", v31 + "B", v31}),
+              column(rows("Firmwares"), "VersionString"));
 
     // The hardware type does not count: a surviving row of another type blocks the insert.
     exec("DELETE FROM Firmwares");
@@ -268,6 +271,8 @@ TEST_F(Firmware, PldmTableFailuresLogged) {
                                 "AIM PARSER: failed to update PLDM Firmware Information in slot 2, rc="))
         << log_text();
 
+    host::db_fail_writes(db, "");
+    exec("INSERT INTO PldmDeviceFirmware (PCIKey, PCIFuncKey) VALUES (1, 1)");
     host::db_fail_writes(db, "PldmDeviceFirmware", "delete");
     ASSERT_EQ(0, run_xml(doc));
     EXPECT_EQ(1u, logged_prefix(host::log_level::err, "failed to delete records in pldm firmware table: "));

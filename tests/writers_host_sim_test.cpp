@@ -54,7 +54,7 @@ TEST_F(HostSim, InvalidMachinesNameTheProblem) {
         {R"({"vpd_devices": {"0x42": {"image": "a.bin"}}})",
          "VPD device id \"0x42\" is not a decimal number"},
         {R"({"vpd_devices": {"256": {"image": "a.bin"}}})", "VPD device id is out of range (0 to 255)"},
-        {R"({"vpd_devices": {"66": {}})", "VPD device 66 must be {\"image\": file}"},
+        {R"({"vpd_devices": {"66": {}}})", "VPD device 66 must be {\"image\": file}"},
         {R"({"vpd_devices": {"66": {"image": "missing.bin"}}})", "VPD device 66: cannot open image"},
         {R"({"vpd_devices": {"66": {"image": 3}}})", "VPD device 66 image must be a text"},
         {R"({"env": {"PLATFORM_NO_REV": 5}})", "variable PLATFORM_NO_REV must be a text"},

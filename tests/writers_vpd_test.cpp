@@ -367,6 +367,7 @@ TEST_F(HardwareVpd, WriteFailures) {
     EXPECT_EQ(1u, logged_prefix(host::log_level::warn, "AIM PARSER: failed to insert VPD Information, rc="));
     EXPECT_FALSE(ipmi("0x00 0x00 0x42 0x02"));  // no card read after a failed insert
 
+    host::db_fail_writes(db, "");
     host::db_fail_writes(db, "VPDs", "update");
     ASSERT_EQ(0, run());
     EXPECT_TRUE(logged(host::log_level::warn, "AIM PARSER: 256 Byte failed to update hw vpd"));
