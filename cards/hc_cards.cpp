@@ -95,14 +95,10 @@ std::vector<aim_hc_card> builtin_cards() {
     return t;
 }
 
-bool id_matches(uint16_t row, uint16_t asked) {
-    return row == asked || row == any_id;
-}
+bool id_matches(uint16_t row, uint16_t asked) { return row == asked || row == any_id; }
 
 // "%04X%04X" of two PCI ids.
-void software_id(char (&out)[16], unsigned a, unsigned b) {
-    snprintf(out, sizeof out, "%04X%04X", a, b);
-}
+void software_id(char (&out)[16], unsigned a, unsigned b) { snprintf(out, sizeof out, "%04X%04X", a, b); }
 
 // Writes the "PldmDeviceFirmware" row of a card that is updated over PLDM; the ids are
 // the table row's, so that every riser of one kind reports the same software id.
@@ -138,9 +134,7 @@ void filter_ascii(std::string& text) {
     text.resize(out);
 }
 
-void AdapterInfo::clear() {
-    memset(this, 0, sizeof *this);
-}
+void AdapterInfo::clear() { memset(this, 0, sizeof *this); }
 
 int AdapterInfo::insert(_vqm_db_handle_t* db, vqm_db_content_values_t* cv) {
     vqm_db_content_clear(cv);

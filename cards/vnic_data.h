@@ -61,9 +61,7 @@ inline bool get_record(const uint8_t* body, size_t len, unsigned n, record& r) {
 }
 
 // Offset in the body of the MAC table, right after the last of `count` records.
-inline size_t mac_table_offset(unsigned count) {
-    return static_cast<size_t>(count) * record_size;
-}
+inline size_t mac_table_offset(unsigned count) { return static_cast<size_t>(count) * record_size; }
 
 // The MAC at body offset `off` as twelve upper-case hexadecimal digits into `text` (13
 // bytes); false when the six bytes do not lie wholly inside the body.

@@ -48,9 +48,7 @@ void fill_request(nv_msg& msg, unsigned char op, unsigned char offset) {
 
 }  // namespace
 
-gpu_dev_info::gpu_dev_info() : cio_handle(-1) {
-    memset(&cio_attr_block, 0, sizeof cio_attr_block);
-}
+gpu_dev_info::gpu_dev_info() : cio_handle(-1) { memset(&cio_attr_block, 0, sizeof cio_attr_block); }
 
 int gpu_dev_info::retry_get_cio_nv_data(nv_msg& msg, bool flag) {
     int rc = get_cio_nv_data(cio_handle, msg, flag);

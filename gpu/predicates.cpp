@@ -27,9 +27,7 @@ bool text_in(const char* s, const char* const (&list)[N]) {
 
 }  // namespace
 
-bool is_nvidia_vendor(unsigned short id) {
-    return id == 0x10DE;
-}
+bool is_nvidia_vendor(unsigned short id) { return id == 0x10DE; }
 
 // Platforms whose GPUs sit on a universal baseboard.
 bool is_ubb_platform() {
@@ -37,9 +35,7 @@ bool is_ubb_platform() {
 }
 
 // Platforms of the second GPU firmware family.
-bool is_kelpie_platform() {
-    return is_ginkgo_platform() || is_alder_platform() || is_birch_platform();
-}
+bool is_kelpie_platform() { return is_ginkgo_platform() || is_alder_platform() || is_birch_platform(); }
 
 bool is_kelpie_fw(unsigned short id) {
     static const unsigned short ids[] = {0x18BF, 0x16C0, 0x2335, 0x2330, 0x17FC};
@@ -51,13 +47,9 @@ bool is_ubb_nvidia_subdevice(unsigned short id) {
     return is_ubb_platform() && id_in(id, ids);
 }
 
-bool is_ubb_amd_vendor(unsigned short id) {
-    return id == 0x1002;
-}
+bool is_ubb_amd_vendor(unsigned short id) { return id == 0x1002; }
 
-bool is_ubb_amd_subdevice(unsigned short id) {
-    return (id & ~0x0004u) == 0x74A1;
-}
+bool is_ubb_amd_subdevice(unsigned short id) { return (id & ~0x0004u) == 0x74A1; }
 
 bool is_ubb_software_id(const char* id) {
     static const char* const ids[] = {"100274A1", "100274A5", "10DE16C1", "10DE16C0", "10DE18BE",

@@ -60,9 +60,7 @@ void load_cards(const host::machine&, const nlohmann::json& v) {
 
 extern "C" {
 vqmdb_hc_card_t hc_card_table[hc_card_capacity];
-unsigned vqmdb_get_hc_card_count(void) {
-    return g_count;
-}
+unsigned vqmdb_get_hc_card_count(void) { return g_count; }
 
 int vqmdb_merge_aim_ucm_pfa(int previous_result) {
     kora_log::logDbg("vqmdb_merge_aim_ucm_pfa: merged AIM and UCM PCI addresses (previous rc=%d)",

@@ -71,6 +71,4 @@ int DSRead(int handle, int offset, int length, void* buffer) {
     return length;
 }
 
-int DSClose(int handle) {
-    return g_open.erase(handle) ? 0 : -1;
-}
+int DSClose(int handle) { return g_open.erase(handle) ? 0 : -1; }

@@ -26,32 +26,16 @@ void load_platform(const host::machine&, const nlohmann::json& v) {
                               "\" (use alder, birch, cedar, dogwood, elmwood, firwood or ginkgo)");
 }
 
-bool on(const char* name) {
-    return g_platform == name;
-}
+bool on(const char* name) { return g_platform == name; }
 
 }  // namespace
 
 HOST_MACHINE_SECTION("platform", load_platform);
 
-bool is_alder_platform() {
-    return on("alder");
-}
-bool is_birch_platform() {
-    return on("birch");
-}
-bool is_cedar_platform() {
-    return on("cedar");
-}
-bool is_dogwood_platform() {
-    return on("dogwood");
-}
-bool is_elmwood_platform() {
-    return on("elmwood");
-}
-bool is_firwood_platform() {
-    return on("firwood");
-}
-bool is_ginkgo_platform() {
-    return on("ginkgo");
-}
+bool is_alder_platform() { return on("alder"); }
+bool is_birch_platform() { return on("birch"); }
+bool is_cedar_platform() { return on("cedar"); }
+bool is_dogwood_platform() { return on("dogwood"); }
+bool is_elmwood_platform() { return on("elmwood"); }
+bool is_firwood_platform() { return on("firwood"); }
+bool is_ginkgo_platform() { return on("ginkgo"); }

@@ -152,9 +152,7 @@ void put_key_columns(vqm_db_content_values_t* cv, const aim_pci_key_unit& key, u
 }
 
 // A gathered id, or the function's own where the sources left it 0.
-unsigned id_or(uint32_t gathered, uint16_t own) {
-    return gathered != 0 ? gathered : own;
-}
+unsigned id_or(uint32_t gathered, uint16_t own) { return gathered != 0 ? gathered : own; }
 
 // Inserts the row, or, for a GPU an earlier run stored, updates it by its hardware id.
 // The message of a failed update names the condition.

@@ -32,18 +32,14 @@ inline std::string empty_aim() {
 }
 
 // Keys of a function as IngestTest::add_pci_function makes them.
-inline unsigned dev_key(unsigned bus, unsigned device) {
-    return (bus << 16) | (device << 8);
-}
+inline unsigned dev_key(unsigned bus, unsigned device) { return (bus << 16) | (device << 8); }
 inline unsigned fun_key(unsigned bus, unsigned device, unsigned function) {
     return dev_key(bus, device) | function;
 }
-inline std::string num(unsigned v) {
-    return std::to_string(v);
-}
+inline std::string num(unsigned v) { return std::to_string(v); }
 
 class AfterWalkTest : public testutil::IngestTest {
-  protected:
+protected:
     // Lines of the captured log at `level` that begin with `prefix`.
     size_t logged_prefix(host::log_level level, const std::string& prefix) const {
         size_t n = 0;

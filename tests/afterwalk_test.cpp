@@ -30,7 +30,7 @@ const unsigned bus = 0x3B;
 const unsigned fk0 = 0x3B0000;
 
 class AfterWalk : public awtest::AfterWalkTest {
-  protected:
+protected:
     // An NVIDIA display function at bus 0x3B in `slot` (location 1: a GPU).
     void add_nvidia(unsigned function = 0, unsigned device_id = 0x20B5, unsigned subdevice = 0x1533,
                     unsigned slot = 3, unsigned location = 1) {
@@ -175,7 +175,8 @@ TEST_F(AfterWalk, KnownGpuIsUpdatedAndGapsFilledFromTheStoredCopy) {
     EXPECT_TRUE(logged(host::log_level::info, "get_gpu_info failed"));
     EXPECT_TRUE(logged(host::log_level::info,
                        "!!!!! slot 3, func_type 4 - NVidia GPU, found_gpu_info 1, ubb_gpu 0, is_kelpie 0"));
-    EXPECT_EQ(1u, logged_count("AIM PARSER: !!!!!did not find GPU info fill with gpu_inf data, manuf: NVIDIA"));
+    EXPECT_EQ(1u,
+              logged_count("AIM PARSER: !!!!!did not find GPU info fill with gpu_inf data, manuf: NVIDIA"));
     auto vpd = rows("VPDs");
     ASSERT_EQ(1u, vpd.size()) << log_text();
     expect_columns(vpd[0], {{"ProductName", "NVIDIA A100 80GB PCIe"},

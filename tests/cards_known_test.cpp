@@ -13,7 +13,7 @@ using awtest::num;
 namespace {
 
 class KnownCards : public awtest::AfterWalkTest {
-  protected:
+protected:
     // The VPDs, PCIMisc and Firmwares rows of a plain known card at bus 59.
     void expect_hc_rows(unsigned function, const std::string& name, const std::string& manufacturer,
                         const std::string& swid) {

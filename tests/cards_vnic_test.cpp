@@ -49,7 +49,7 @@ std::string mac(unsigned i) {
 }
 
 class Vnic : public awtest::AfterWalkTest {
-  protected:
+protected:
     void install(const std::string& data) {
         testutil::write_file(dir + "/machine/iscsi.bin", data);
         load_machine_json(R"({"datastore": {"iscsi-cap-data": "iscsi.bin"}})");

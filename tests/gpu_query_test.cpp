@@ -24,7 +24,7 @@ const char* const a100 = R"("serial": "1650123456789012", "marketing_name": "NVI
     "subsystem_vendor_id": "0x10DE", "subsystem_device_id": "0x1533")";
 
 class GpuQuery : public awtest::AfterWalkTest {
-  protected:
+protected:
     // Loads one GPU "gpu3" with the A100 identity and the given extra keys (faults).
     void load_gpu(const std::string& extra = std::string(),
                   const std::string& machine_extra = std::string()) {
@@ -289,7 +289,7 @@ TEST_F(GpuQuery, DeviceThatCannotBeOpenedIsNotRead) {
 // ---- AMD through the FRU tool ----
 
 class AmdFruTool : public awtest::AfterWalkTest {
-  protected:
+protected:
     void install_tool(const std::string& output) {
         std::string path = sysroot_file("/bin/fru-tool");
         write_sysroot_file("/bin/fru-tool",

@@ -17,7 +17,7 @@ using aim_parser::parser;
 const std::string root = "/ac/hxsd/dm/planar/0/";
 
 class GpuSources : public awtest::AfterWalkTest {
-  protected:
+protected:
     // Loads a machine with the given IPMI properties (a JSON object body without braces).
     void load_props(const std::string& props, const std::string& extra = std::string()) {
         load_machine_json("{\"ipmi_properties\": {" + props + "}" + extra + "}");
