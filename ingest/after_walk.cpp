@@ -165,9 +165,11 @@ int write_by_hardware_id(_vqm_db_handle_t* db, vqm_db_content_values_t* cv, cons
     return vqm_db_update(db, table, cv, cond, nullptr, 0, 0);
 }
 
-// The "PldmDeviceFirmware" row of a UBB GPU adapter. The row is looked up before every
-// write, so that the functions of one adapter share one row: the first inserts it, the
-// later ones update it.
+// The "PldmDeviceFirmware" row of a UBB GPU adapter; other GPU adapters get none, their
+// firmware is not updated over PLDM. The row is looked up before every write, not only for
+// GPUs an earlier run stored (the PLDM table step of this run has already dropped rows no
+// longer listed), so that the functions of one adapter share one row: the first inserts
+// it, the later ones update it.
 void write_ubb_pldm_row(parser& p, _vqm_db_handle_t* db, const aim_pci_key_unit& key, unsigned func_key,
                         const std::string& name, const gpu_state& g, const char* software_id) {
     vqm_db_content_values_t* cv = p.cv;
@@ -483,7 +485,9 @@ void parser::handle_adapters_after_walk(_vqm_db_handle_t* db) {
 
 // Present functions whose device neither a config of the AIM file nor the vNIC data
 // covered, one row per device: NVM Express controllers (class code 0x010802), functions of
-// unknown type (7) and functions at location 2 are left out.
+// unknown type (7) and functions at location 2 are left out. Which function of a device
+// stands for it is the database's choice (the first one, for the controller's database);
+// the per-function steps then collect all of the device's function keys.
 int parser::get_pci_no_aim_supported_node_slot_list(_vqm_db_handle_t* db,
                                                     std::vector<aim_pci_key_unit>& list) {
     std::string where = "(";
