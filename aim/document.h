@@ -49,7 +49,7 @@ enum parse_result : uint32_t {
 constexpr uint32_t max_group_depth = 256;
 
 class AIM_EXPORT element {
-  public:
+public:
     element() = default;
     element(const element&) = delete;
     element& operator=(const element&) = delete;
@@ -61,7 +61,7 @@ class AIM_EXPORT element {
 };
 
 class AIM_EXPORT setting_node : public element {
-  public:
+public:
     enum setting_data_type : uint32_t {
         text_data = 0,
         numeric_data = 1,
@@ -93,7 +93,7 @@ class AIM_EXPORT setting_node : public element {
 };
 
 class AIM_EXPORT group : public element {
-  public:
+public:
     AIM_EXPORT static const char* TAG;  // "group"
 
     ~group() override;
@@ -126,7 +126,7 @@ class AIM_EXPORT group : public element {
 };
 
 class AIM_EXPORT config : public element {
-  public:
+public:
     AIM_EXPORT static const char* TAG;  // "config"
 
     ~config() override;
@@ -155,7 +155,7 @@ class AIM_EXPORT config : public element {
 };
 
 class AIM_EXPORT configset : public element {
-  public:
+public:
     AIM_EXPORT static const char* TAG;  // "configset"
 
     ~configset() override;
@@ -177,7 +177,7 @@ class AIM_EXPORT configset : public element {
 };
 
 class AIM_EXPORT inventories : public element {
-  public:
+public:
     AIM_EXPORT static const char* TAG;  // "inventories"
 
     ~inventories() override;
@@ -208,13 +208,13 @@ class AIM_EXPORT inventories : public element {
 
 // The DOM of one parse, as the reader holds it.
 class AIM_EXPORT xml_document : public sysxml::document {
-  public:
+public:
     using sysxml::document::document;
     ~xml_document() override;
 };
 
 class AIM_EXPORT document {
-  public:
+public:
     document() = default;
     document(const document&) = delete;
     document& operator=(const document&) = delete;

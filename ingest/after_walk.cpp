@@ -11,6 +11,8 @@ void parser::handle_adapters_after_walk(_vqm_db_handle_t* db) {
     // rows and the merge of AIM and host-reported addresses follow here.
 }
 
-int parser::get_pci_no_aim_supported_node_slot_list(_vqm_db_handle_t*, std::vector<aim_pci_key_unit>&) { return 0; }
+int parser::get_pci_no_aim_supported_node_slot_list(_vqm_db_handle_t*, std::vector<aim_pci_key_unit>&) {
+    return 0;
+}
 
 }  // namespace aim_parser
