@@ -5,6 +5,7 @@
 
 #include "cards/server_maker.h"
 #include "ingest/parser.h"
+#include "ingest/text.h"
 #include "platform/kora_log.h"
 #include "platform/vqm_db.h"
 
@@ -56,9 +57,9 @@ aim_hc_card make_card(uint16_t vid, uint16_t did, uint16_t svid, uint16_t sdid, 
     c.device_id = did;
     c.subsystem_vendor_id = svid;
     c.subsystem_device_id = sdid;
-    snprintf(c.name, sizeof c.name, "%s", name);
-    snprintf(c.model, sizeof c.model, "%s", "N/A");
-    snprintf(c.manufacturer, sizeof c.manufacturer, "%s", manufacturer);
+    copy_text(c.name, sizeof c.name, name);
+    copy_text(c.model, sizeof c.model, "N/A");
+    copy_text(c.manufacturer, sizeof c.manufacturer, manufacturer);
     c.action = action;
     return c;
 }
@@ -229,7 +230,7 @@ void parser::hc_do_action(_vqm_db_handle_t* db, aim_pci_key_unit* key, unsigned 
 void parser::save_hc_info(parser*, _vqm_db_handle_t* db, vqm_db_content_values_t* cv, aim_pci_key_unit* key,
                           aim_hc_card* card, unsigned int index, unsigned int func_key, AdapterInfo* info) {
     info->oob_src = 8;
-    snprintf(info->card_name, sizeof info->card_name, "%s", card->name);
+    copy_text(info->card_name, sizeof info->card_name, card->name);
 
     vqm_db_content_clear(cv);
     vqm_db_content_put_text(cv, "UUID", "N/A");
@@ -327,10 +328,10 @@ void parser::save_aim_not_support_info(parser* p, _vqm_db_handle_t* db, vqm_db_c
     if (strlen(designation) > 7 && strncmp(designation, "Slot", 4) != 0) {
         const char* cx4 = "Mellanox CX4 -";
         const char* name = strncmp(designation, cx4, strlen(cx4)) == 0 ? "Mellanox CX4" : designation;
-        snprintf(info->card_name, sizeof info->card_name, "%s", name);
+        copy_text(info->card_name, sizeof info->card_name, name);
         info->oob_src = 2;
     } else if (key->vendor_id == 0x1A03 && key->device_id == 0x2000) {
-        snprintf(info->card_name, sizeof info->card_name, "%s", "VGA Display Controller");
+        copy_text(info->card_name, sizeof info->card_name, "VGA Display Controller");
         info->oob_src = 8;
     } else {
         snprintf(info->card_name, sizeof info->card_name, "Adapter %02X:%02X:%02X.%02X", key->segment,

@@ -8,6 +8,7 @@
 
 #include "gpu/predicates.h"
 #include "ingest/parser.h"
+#include "ingest/text.h"
 #include "platform/cio.h"
 #include "platform/kora_log.h"
 
@@ -446,8 +447,8 @@ void handle_function(parser& p, _vqm_db_handle_t* db, aim_pci_key_unit& key,
         info.function = static_cast<uint8_t>(key.function + i);
         info.node = key.node_index;
         info.slot = key.slot;
-        snprintf(info.card_name, sizeof info.card_name, "%s", name.c_str());
-        snprintf(info.connector_type, sizeof info.connector_type, "%s", width);
+        copy_text(info.card_name, sizeof info.card_name, name.c_str());
+        copy_text(info.connector_type, sizeof info.connector_type, width);
         info.aim_supported = 0;
         info.oob_src = 0;
         info.pci_key = key.dev_key;
