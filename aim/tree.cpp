@@ -19,8 +19,12 @@ const char* setting_node::TAG = "setting";
 
 namespace {
 
-std::string key_of(const char* name) {
+void check_name(const char* name) {
     if (!name) throw std::logic_error("AIM Doc: null name passed to a container lookup");
+}
+
+std::string key_of(const char* name) {
+    check_name(name);
     return std::string(name);
 }
 
@@ -32,8 +36,27 @@ void add_child(std::multimap<std::string, T*>& m, T* child) {
     if (child) m.emplace(child->name, child);
 }
 
+// A container this small (a group's settings, a config's groups) is searched in key order
+// without building a key string; a larger one through the tree.
+const size_t small_container = 16;
+
 template <class T>
 T* first_child(const std::multimap<std::string, T*>& m, const char* name) {
+    if (m.size() <= small_container) {
+        check_name(name);
+        size_t len = strlen(name);
+        const unsigned char first = static_cast<unsigned char>(name[0]);
+        for (const auto& kv : m) {
+            // Keys mostly differ in their first byte; an empty key orders first.
+            unsigned char key_first = kv.first.empty() ? 0 : static_cast<unsigned char>(kv.first[0]);
+            if (key_first < first) continue;
+            if (key_first > first) break;
+            int order = kv.first.compare(0, std::string::npos, name, len);
+            if (order == 0) return kv.second;
+            if (order > 0) break;
+        }
+        return nullptr;
+    }
     auto it = m.find(key_of(name));
     return it == m.end() ? nullptr : it->second;
 }

@@ -380,8 +380,12 @@ void clear_statements(std::unordered_map<std::string, statement>& cache) {
 // build than its SQL text: the table and each column, each ended by a NUL byte. These keys
 // have a cache of their own.
 void make_insert_key(std::string& key, const char* table, const vqm_db_content_values_t* cv) {
-    key.assign(table).append(1, '\0');
-    for (size_t i = 0; i < cv->count; ++i) key.append(cv->slots[i].name).append(1, '\0');
+    key.assign(table);
+    key += '\0';
+    for (size_t i = 0; i < cv->count; ++i) {
+        key += cv->slots[i].name;
+        key += '\0';
+    }
 }
 
 // The SQL text of an insert key.
