@@ -2,9 +2,10 @@
 //
 // The whole stream is read into memory in large blocks and parsed in place: the DOM's
 // names and texts point into that buffer, which lives as long as the DOM. pugixml's parser
-// is not recursive and it never loads a DTD or an external entity: only the predefined entities and
-// character references are resolved. Text (CDATA included, whitespace-only text kept),
-// comments and processing instructions become nodes; the XML declaration and a DOCTYPE do not.
+// is not recursive and it never loads a DTD or an external entity: only the predefined
+// entities and character references are resolved. Text (CDATA included, whitespace-only
+// text kept), comments and processing instructions become nodes; the XML declaration and
+// a DOCTYPE do not.
 #include <pugixml.hpp>
 #include <string.h>
 
