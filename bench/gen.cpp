@@ -47,17 +47,13 @@ std::string physical_port(unsigned index, unsigned port) {
 
 }  // namespace
 
-pci_address config_address(unsigned index) {
-    return {0, 1 + index / 256, (index / 8) % 32, index % 8};
-}
+pci_address config_address(unsigned index) { return {0, 1 + index / 256, (index / 8) % 32, index % 8}; }
 
 unsigned function_key(const pci_address& a) {
     return (a.segment << 24) | (a.bus << 16) | (a.device << 8) | a.function;
 }
 
-unsigned device_key(const pci_address& a) {
-    return function_key(a) & ~0xFFu;
-}
+unsigned device_key(const pci_address& a) { return function_key(a) & ~0xFFu; }
 
 std::string generate_aim(unsigned configs) {
     std::string out =

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <string>
+#include <vector>
 
 #include "ingest/parse_aim.h"
 #include "platform/kora_log.h"
@@ -18,14 +19,10 @@ namespace {
 const char* const filtered_aim_file = "/tmp/aim_filtered.xml";
 
 // The byte test of isprint() in the "C" locale, independent of the process's locale.
-bool is_printable_ascii(int c) {
-    return c >= 0x20 && c <= 0x7E;
-}
+bool is_printable_ascii(int c) { return c >= 0x20 && c <= 0x7E; }
 }  // namespace
 
-parser::parser() {
-    init_hc_cards();
-}
+parser::parser() { init_hc_cards(); }
 
 parser::~parser() {
     clear();
@@ -55,7 +52,8 @@ void parser::clear() {
 }
 
 // Copies `src` to `dst` keeping only printable ASCII bytes: line ends, tabs and every byte
-// of 0x80 and above are dropped, so the copy is one line of plain ASCII.
+// of 0x80 and above are dropped, so the copy is one line of plain ASCII. The bytes are
+// tested one by one, read and written through a block buffer.
 bool parser::filter_xml(const char* src, const char* dst) {
     if (!src || !dst) return false;
     FILE* in = fopen(os_path(src).c_str(), "r");
@@ -65,9 +63,14 @@ bool parser::filter_xml(const char* src, const char* dst) {
         fclose(in);
         return false;
     }
-    int c;
-    while ((c = fgetc(in)) != EOF) {
-        if (is_printable_ascii(c)) fputc(c, out);
+    std::vector<unsigned char> buf(64 * 1024);
+    size_t got;
+    while ((got = fread(buf.data(), 1, buf.size(), in)) > 0) {
+        size_t kept = 0;
+        for (size_t i = 0; i < got; ++i) {
+            if (is_printable_ascii(buf[i])) buf[kept++] = buf[i];
+        }
+        fwrite(buf.data(), 1, kept, out);
     }
     fclose(in);
     fclose(out);

@@ -21,18 +21,12 @@ const char* setting_value(const group* grp, const char* name) {
     return s ? s->value.c_str() : nullptr;
 }
 
-bool contains(const char* text, const char* part) {
-    return text && strstr(text, part) != nullptr;
-}
+bool contains(const char* text, const char* part) { return text && strstr(text, part) != nullptr; }
 
-bool suppressed(const group* grp) {
-    return grp->suppress_if == "true";
-}
+bool suppressed(const group* grp) { return grp->suppress_if == "true"; }
 
 // A pfa text converted in automatic base ("0x3b", "59" and "073" are all 59), kept in 8 bits.
-uint8_t pfa_number(const std::string& text) {
-    return (uint8_t)strtoul(text.c_str(), nullptr, 0);
-}
+uint8_t pfa_number(const std::string& text) { return (uint8_t)strtoul(text.c_str(), nullptr, 0); }
 
 // A drive config whose card names an M.2 drive (SSD, capacity or SED) without a RAID
 // controller in front of it.

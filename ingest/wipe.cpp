@@ -169,9 +169,7 @@ int query_properties(_vqm_db_handle_t* pdb, const char* where, property_rows& ou
     return rc;
 }
 
-unsigned number(const std::string& text) {
-    return (unsigned)strtoul(text.c_str(), nullptr, 0);
-}
+unsigned number(const std::string& text) { return (unsigned)strtoul(text.c_str(), nullptr, 0); }
 
 // The presence mask of one controller from its drive presence properties.
 unsigned presence_mask(const property_rows& rows) {

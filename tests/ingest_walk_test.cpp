@@ -4,9 +4,11 @@
 #include <sys/stat.h>
 
 #include <map>
+#include <sstream>
 #include <string>
 #include <vector>
 
+#include "aim/document.h"
 #include "ingest/parse_aim.h"
 #include "ingest/parser.h"
 #include "tests/fixture.h"
@@ -46,7 +48,7 @@ const columns bus59_adapter = {
     {"PCIKey", "3866624"}, {"PCIFuncKey", "3866624"}, {"Location", "0"}};
 
 class IngestWalk : public testutil::IngestTest {
-  protected:
+protected:
     // Lines of the captured log at `level` that begin with `prefix`.
     size_t logged_prefix(host::log_level level, const std::string& prefix) const {
         size_t n = 0;
@@ -266,35 +268,48 @@ TEST_F(IngestWalk, FailedRetypeIsLogged) {
     EXPECT_EQ(1u, count("PCIs", "FunType=8"));
 }
 
+// The walk of one config alone (no wipe, no after-walk steps), over a tree read from `xml`.
+bool walk_config(_vqm_db_handle_t* db, const std::string& xml) {
+    aim_parser::document doc;
+    std::istringstream in(xml);
+    if (doc.parse(in) != 0 || !doc.inventories.configsets.size()) return false;
+    std::vector<aim_parser::config*> configs;
+    doc.inventories.configsets.begin()->second->get_config_list(configs);
+    aim_parser::parser p;
+    return p.init() && configs.size() == 1 && p.parse_config(db, configs[0]);
+}
+
 TEST_F(IngestWalk, UntypedHardwareDropsItsOldTypeZeroRows) {
     add_pci({{"SegNo", "0"},
              {"BusNo", "59"},
              {"DeviceNo", "0"},
              {"FunctionNo", "0"},
-             {"NodeIndex", "1"},
              {"SlotNo", "4"},
-             {"DevKey", "3866624"},
-             {"FunKey", "3866624"},
              {"HardwareId", "77"},
              {"HardwareTypeId", "0"},
-             {"Location", "0"},
-             {"FunType", "7"},
-             {"VendorId", "4318"},
-             {"DeviceId", "1"},
-             {"SubVendorId", "4318"},
-             {"SubDeviceId", "2"}});
-    // NVIDIA rows survive the wipe while "PCIs" lists their hardware id under vendor 0x10DE.
-    exec(
-        "INSERT INTO VPDs (Manufacture, HardwareId, HardwareTypeId) VALUES ('NVIDIA', 77, 0), ('NVIDIA', 77, "
-        "3);"
-        "INSERT INTO Firmwares (Manufacture, HardwareId, HardwareTypeId) VALUES ('NVIDIA', 77, 0), "
-        "('NVIDIA', 77, 3);");
-    ASSERT_EQ(0, run_xml(aim_doc(aim_config("raid", "59", "0", "0", aim_setting("Package Type", "9")))));
-    EXPECT_EQ(0u, count("VPDs", "HardwareTypeId=0"));
-    EXPECT_EQ(1u, count("VPDs", "HardwareId=77 AND HardwareTypeId=3"));
-    EXPECT_EQ(0u, count("Firmwares", "HardwareTypeId=0"));
-    EXPECT_EQ(1u, count("Firmwares", "HardwareId=77 AND HardwareTypeId=3"));
+             {"VendorId", "0x1000"},
+             {"FunType", "7"}});
+    const char* rows_sql =
+        " (Manufacture, HardwareId, HardwareTypeId) VALUES ('LSI', 77, 0), ('LSI', 77, 3), ('LSI', 78, 0);";
+    exec(std::string("INSERT INTO VPDs") + rows_sql + "INSERT INTO Firmwares" + rows_sql);
+    ASSERT_TRUE(
+        walk_config(db, aim_doc(aim_config("raid", "59", "0", "0", aim_setting("Package Type", "9")))));
+    EXPECT_EQ(0u, count("VPDs", "HardwareId=77 AND HardwareTypeId=0"));
+    EXPECT_EQ(2u, count("VPDs"));
+    EXPECT_EQ(0u, count("Firmwares", "HardwareId=77 AND HardwareTypeId=0"));
+    EXPECT_EQ(2u, count("Firmwares"));
     EXPECT_EQ(1u, count("PCIAdapter", "SlotNo=4"));
+
+    // Failed deletes are logged and the config goes on.
+    exec("DELETE FROM PCIAdapter");
+    host::db_fail_writes(db, "*", "delete");
+    ASSERT_TRUE(
+        walk_config(db, aim_doc(aim_config("raid", "59", "0", "0", aim_setting("Package Type", "9")))));
+    EXPECT_EQ(1u, logged_prefix(host::log_level::err, "failed to delete LSI Raid Controller VPD Info, rc="));
+    EXPECT_EQ(1u,
+              logged_prefix(host::log_level::err, "failed to delete LSI Raid Controller Firmware Info, rc="));
+    EXPECT_EQ(1u, count("PCIAdapter"));
+    EXPECT_EQ(2u, count("PCIMisc"));
 }
 
 // ---- Drive configs ----
@@ -338,9 +353,7 @@ TEST_F(IngestWalk, NonRaidM2DriveConfigEndsAfterItsDrives) {
 
 // ---- Entry points and the filter ----
 
-TEST_F(IngestWalk, NullHandleFailsAtOnce) {
-    EXPECT_EQ(-1, parse_aim(nullptr, "/pstorage/cmr/aim.xml"));
-}
+TEST_F(IngestWalk, NullHandleFailsAtOnce) { EXPECT_EQ(-1, parse_aim(nullptr, "/pstorage/cmr/aim.xml")); }
 
 TEST_F(IngestWalk, MissingFileFailsWithEmptyAdapterTables) {
     exec("INSERT INTO PCIAdapter (SlotNo) VALUES (1); INSERT INTO PCIMisc (SlotNo) VALUES (1);");
