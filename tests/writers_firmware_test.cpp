@@ -21,7 +21,7 @@ std::string firmware(const std::string& version, const std::string& classificati
 }
 
 class Firmware : public testutil::IngestTest {
-  protected:
+protected:
     void SetUp() override {
         IngestTest::SetUp();
         add_pci_function(0x3b, 0, 0, 0x15B3, 0x1017, 0x15B3, 0x0020, 2);

@@ -6,7 +6,7 @@ using namespace writers_test;
 namespace {
 
 class GpuRecords : public testutil::IngestTest {
-  protected:
+protected:
     void SetUp() override {
         IngestTest::SetUp();
         add_pci_function(0x3b, 0, 0, 0x10DE, 0x2330, 0x10DE, 0x16C1, 4);

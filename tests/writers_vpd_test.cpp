@@ -72,7 +72,7 @@ image vpd_1kb_extended() {
 }
 
 class HardwareVpd : public testutil::IngestTest {
-  protected:
+protected:
     void add_card(unsigned hardware_type = 3, unsigned subvendor = 0xFE00, unsigned subdevice = 0x0301) {
         add_pci_function(0x1a, 0, 0, 0x1B4B, 0x9230, subvendor, subdevice, 6, 7, 2);
         exec("UPDATE PCIs SET HardwareTypeId=" + std::to_string(hardware_type));
