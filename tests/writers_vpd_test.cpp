@@ -251,17 +251,6 @@ TEST_F(HardwareVpd, Blank256ByteFields) {
     EXPECT_TRUE(logged("256 Byte Serial Number: "));
 }
 
-// A 12-byte field with no terminator inside it runs on into the next field.
-TEST_F(HardwareVpd, Full256ByteFieldsAreNulTerminatedByTheRead) {
-    add_card();
-    machine(vpd_256(0x01, "PART-NUMBER1", "FRU-NUMBER-1", "SERIAL-NUM-1"));
-    ASSERT_EQ(0, run());
-    auto r = vpd();
-    EXPECT_EQ("PART-NUMBER1", col(r, "PartNo"));
-    EXPECT_EQ("FRU-NUMBER-1", col(r, "FRUNo"));
-    EXPECT_EQ("SERIAL-NUM-1", col(r, "SerialNo"));
-}
-
 TEST_F(HardwareVpd, OneKilobyteVariants) {
     add_card();
     struct Case {
