@@ -1,14 +1,26 @@
 # Front door: `make demo` and `make test` install what they need, configure, build and run.
+# `make test-arm`, `make test-sanitize` and `make leak-check` run the same tests as on the
+# controller (32-bit ARM under qemu-arm) and under AddressSanitizer/UBSan/LeakSanitizer.
 BUILD ?= build
+ARM_BUILD ?= build-arm
+ASAN_BUILD ?= build-asan
 JOBS ?= $(shell nproc)
 CMAKE_FLAGS ?=
 
-.PHONY: all deps build demo test bench clean
+# Sanitizer settings of the sanitizer runs: any finding fails the run.
+SANITIZER_ENV = ASAN_OPTIONS=detect_leaks=1:abort_on_error=0:exitcode=86 \
+	UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1:exitcode=86 LSAN_OPTIONS=exitcode=23
+
+.PHONY: all deps deps-arm build demo test bench test-arm build-arm test-sanitize build-asan leak-check \
+	update-symbols clean
 
 all: build
 
 deps:
 	@scripts/install-deps.sh
+
+deps-arm:
+	@scripts/install-deps.sh arm
 
 $(BUILD)/CMakeCache.txt: | deps
 	cmake -S . -B $(BUILD) $(CMAKE_FLAGS)
@@ -28,5 +40,32 @@ bench: deps
 	cmake --build $(BUILD)-bench -j $(JOBS) --target aim_bench
 	$(BUILD)-bench/bin/aim_bench
 
+# 32-bit ARM (arm-linux-gnueabihf) build of everything, its tests run under qemu-arm.
+build-arm: deps deps-arm
+	scripts/arm-sysroot.sh $(ARM_BUILD)/sysroot
+	cmake -S . -B $(ARM_BUILD) -DCMAKE_TOOLCHAIN_FILE=$(CURDIR)/cmake/toolchain-armhf.cmake \
+		-DAIM_ARM_SYSROOT=$(abspath $(ARM_BUILD))/sysroot $(CMAKE_FLAGS)
+	cmake --build $(ARM_BUILD) -j $(JOBS)
+
+test-arm: build build-arm
+	scripts/test-arm.sh $(BUILD) $(ARM_BUILD) $(JOBS)
+
+# AddressSanitizer + UndefinedBehaviorSanitizer build of everything (leaks checked too).
+build-asan: deps
+	cmake -S . -B $(ASAN_BUILD) -DAIM_SANITIZE=ON $(CMAKE_FLAGS)
+	cmake --build $(ASAN_BUILD) -j $(JOBS)
+
+test-sanitize: build-asan
+	cd $(ASAN_BUILD) && $(SANITIZER_ENV) ctest --output-on-failure -j $(JOBS)
+
+# A whole `aimctl ingest` of every example machine in the sanitizer build: no leak, no error.
+leak-check: build-asan
+	$(SANITIZER_ENV) scripts/leak-check.sh $(ASAN_BUILD)
+
+# Rewrites symbols/libvqmdb_aim_parser.symbols from the library just built.
+update-symbols: build
+	scripts/check-symbols.sh --update $(BUILD)/lib/libvqmdb_aim_parser.so symbols/libvqmdb_aim_parser.symbols
+	@git diff --stat -- symbols/ 2>/dev/null || true
+
 clean:
-	rm -rf $(BUILD) $(BUILD)-bench
+	rm -rf $(BUILD) $(BUILD)-bench $(ARM_BUILD) $(ASAN_BUILD)

@@ -1,15 +1,26 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that building and testing need (Debian 12). Safe to re-run:
 # packages already present are not fetched again.
+#
+# usage: scripts/install-deps.sh [arm]
+#   arm   also the 32-bit ARM cross compiler and the user-mode emulator (make test-arm)
 set -euo pipefail
 PKGS=(build-essential cmake pkg-config libpugixml-dev libsqlite3-dev nlohmann-json3-dev
       libgtest-dev libgmock-dev libbenchmark-dev libxml2-utils sqlite3)
+for group in "$@"; do
+  case "$group" in
+    arm) PKGS+=(g++-arm-linux-gnueabihf qemu-user) ;;
+    *) echo "install-deps: unknown group '$group' (known: arm)" >&2; exit 2 ;;
+  esac
+done
 missing=()
 for p in "${PKGS[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
 done
 if [ ${#missing[@]} -gt 0 ]; then
   SUDO=""; [ "$(id -u)" -eq 0 ] || SUDO="sudo"
-  $SUDO apt-get update -qq
-  DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"
+  # Other builds on the machine may hold the package database: wait for it.
+  APT=(apt-get -o DPkg::Lock::Timeout=600)
+  $SUDO "${APT[@]}" update -qq || echo "install-deps: some package lists could not be fetched" >&2
+  DEBIAN_FRONTEND=noninteractive $SUDO "${APT[@]}" install -y -qq --no-install-recommends "${missing[@]}"
 fi
