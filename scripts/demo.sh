@@ -1,36 +1,39 @@
 #!/usr/bin/env bash
-# Runs aimctl on the example AIM file: checks and dumps it, then ingests it into a fresh
-# inventory database on the example machine and shows the adapter rows.
+# The demo: checks and dumps an example AIM file, then ingests example machines into fresh
+# inventory databases and shows their adapter tables.
 set -euo pipefail
 build=${1:-build}
 aimctl="$build/bin/aimctl"
-file=examples/aim/server-2u.xml
-machine=examples/machines/server-2u
-echo "== aimctl check $file"
-"$aimctl" check "$file"
-echo "== aimctl dump $file"
-"$aimctl" dump "$file"
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-db="$work/inventory.db"
-echo "== aimctl ingest --db $db --machine $machine $file"
-"$aimctl" --log-level warn ingest --db "$db" --machine "$machine" "$file"
-echo "== aimctl show --db $db PCIAdapter"
-"$aimctl" show --db "$db" PCIAdapter
-echo "== aimctl show --db $db PCIMisc"
-"$aimctl" show --db "$db" PCIMisc
-for table in VPDs Firmwares PldmDeviceFirmware PCINetwork PCIPhysicalPort PCILogicalPort PCIGPU PCIGPUChip; do
-  echo "== aimctl show --db $db $table"
-  "$aimctl" show --db "$db" "$table"
-done
-# The storage example on two machines whose boot adapter holds a 256-byte and a 1 KB card
-# VPD memory, read over the simulated IPMI path.
-for machine in examples/machines/storage-1u examples/machines/storage-1u-1k; do
-  db="$work/$(basename "$machine").db"
-  echo "== aimctl ingest --db $db --machine $machine examples/aim/storage-1u.xml"
-  "$aimctl" --log-level warn ingest --db "$db" --machine "$machine" examples/aim/storage-1u.xml
-  for table in VPDs PldmDeviceFirmware PCIPhysicalPort; do
-    echo "== aimctl show --db $db $table"
-    "$aimctl" show --db "$db" "$table"
-  done
-done
+
+file=examples/aim/server-2u.xml
+echo "== aimctl check $file"
+"$aimctl" check "$file"
+echo "== aimctl dump $file (first 40 lines)"
+"$aimctl" dump "$file" > "$work/dump.xml"
+head -n 40 "$work/dump.xml"
+echo "... ($(wc -l < "$work/dump.xml") lines in all)"
+
+# ingest MACHINE TABLE...: ingests examples/aim/MACHINE.xml on examples/machines/MACHINE
+# and shows the given tables.
+ingest() {
+    local name=$1
+    shift
+    local db="$work/$name.db"
+    echo
+    echo "== aimctl ingest --db $db --machine examples/machines/$name examples/aim/$name.xml"
+    "$aimctl" --log-level warn ingest --db "$db" --machine "examples/machines/$name" "examples/aim/$name.xml"
+    for table in "$@"; do
+        echo "== aimctl show --db $db $table"
+        "$aimctl" show --db "$db" "$table"
+    done
+}
+
+ingest server-2u PCIAdapter PCIMisc PCIGPU PCIGPUChip
+ingest rack-2u-nic PCIAdapter PCIMisc VPDs Firmwares PCINetwork PCIPhysicalPort PCIPhysicalPortStat \
+    PCILogicalPort PldmDeviceFirmware
+ingest pcie-gpu PCIAdapter VPDs Firmwares
+# A boot adapter whose card VPD memory (256 bytes, then 1 KB) is read over the simulated IPMI path.
+ingest storage-1u VPDs Firmwares PldmDeviceFirmware PCIPhysicalPort
+ingest storage-1u-1k VPDs PldmDeviceFirmware

@@ -1,5 +1,5 @@
-// The storage-1u example on its two machines: the boot adapter's card VPD (256-byte and
-// 1 KB memories), the PLDM table with MCTP endpoints, ports, GPU rows.
+// The storage-1u examples: the boot adapter's card VPD (a 256-byte and a 1 KB memory), the
+// PLDM table with MCTP endpoints, ports, GPU rows.
 #include "tests/writers_util.h"
 
 using namespace writers_test;
@@ -8,9 +8,10 @@ namespace {
 
 class StorageExample : public testutil::IngestTest {
 protected:
-    int run_example(const std::string& machine) {
-        load_machine(machine);
-        return run_xml(testutil::read_file(testutil::source_path("examples/aim/storage-1u.xml")));
+    // Ingests examples/aim/NAME.xml on examples/machines/NAME.
+    int run_example(const std::string& name) {
+        load_machine("examples/machines/" + name);
+        return run_xml(testutil::read_file(testutil::source_path("examples/aim/" + name + ".xml")));
     }
     host::row boot_adapter_vpd() {
         auto r = rows("VPDs", "HardwareId=131072");
@@ -20,7 +21,7 @@ protected:
 };
 
 TEST_F(StorageExample, BootAdapterWith256ByteVpd) {
-    ASSERT_EQ(0, run_example("examples/machines/storage-1u"));
+    ASSERT_EQ(0, run_example("storage-1u"));
     auto vpd = boot_adapter_vpd();
     EXPECT_EQ("M2B2340017", col(vpd, "SerialNo"));
     EXPECT_EQ("SR-M2B-0301", col(vpd, "PartNo"));
@@ -48,7 +49,7 @@ TEST_F(StorageExample, BootAdapterWith256ByteVpd) {
 }
 
 TEST_F(StorageExample, BootAdapterWith1KbVpd) {
-    ASSERT_EQ(0, run_example("examples/machines/storage-1u-1k"));
+    ASSERT_EQ(0, run_example("storage-1u-1k"));
     auto vpd = boot_adapter_vpd();
     EXPECT_EQ("Dual M.2 SATA Boot Adapter", col(vpd, "ProductName"));
     EXPECT_EQ("SMKR", col(vpd, "Manufacture"));

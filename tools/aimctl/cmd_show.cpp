@@ -36,6 +36,30 @@ std::string csv_field(const cell& c) {
     return out + "\"";
 }
 
+// A cell as one line of the aligned table: control and non-ASCII bytes are written as \n, \t,
+// \r or \xHH, so that a value read with its line feed (the AMD FRU tool's texts) keeps the
+// table aligned.
+std::string table_text(const cell& c) {
+    if (c.type == "null") return "NULL";
+    std::string out;
+    for (unsigned char ch : c.text) {
+        if (ch == '\n') {
+            out += "\\n";
+        } else if (ch == '\t') {
+            out += "\\t";
+        } else if (ch == '\r') {
+            out += "\\r";
+        } else if (ch < 0x20 || ch > 0x7E) {
+            char hex[8];
+            snprintf(hex, sizeof hex, "\\x%02X", static_cast<unsigned>(ch));
+            out += hex;
+        } else {
+            out += static_cast<char>(ch);
+        }
+    }
+    return out;
+}
+
 void print_table(const std::vector<std::string>& names, const std::vector<std::vector<cell>>& rows) {
     // Columns that are NULL in every row are left out: the adapter tables are wide and sparse.
     std::vector<size_t> shown;
@@ -44,10 +68,15 @@ void print_table(const std::vector<std::string>& names, const std::vector<std::v
         for (const auto& r : rows) any = any || r[c].type != "null";
         if (any) shown.push_back(c);
     }
+    std::vector<std::vector<std::string>> texts;
+    for (const auto& r : rows) {
+        texts.emplace_back();
+        for (const auto& v : r) texts.back().push_back(table_text(v));
+    }
     std::vector<size_t> width(names.size());
     for (size_t c : shown) {
         width[c] = names[c].size();
-        for (const auto& r : rows) width[c] = std::max(width[c], r[c].type == "null" ? 4 : r[c].text.size());
+        for (const auto& t : texts) width[c] = std::max(width[c], t[c].size());
     }
     auto line = [&](const std::vector<std::string>& texts) {
         std::string out;
@@ -62,11 +91,7 @@ void print_table(const std::vector<std::string>& names, const std::vector<std::v
     std::vector<std::string> rule(names.size());
     for (size_t c : shown) rule[c] = std::string(width[c], '-');
     line(rule);
-    for (const auto& r : rows) {
-        std::vector<std::string> texts;
-        for (const auto& v : r) texts.push_back(v.type == "null" ? "NULL" : v.text);
-        line(texts);
-    }
+    for (const auto& t : texts) line(t);
     printf("(%zu row%s)\n", rows.size(), rows.size() == 1 ? "" : "s");
 }
 
