@@ -112,6 +112,15 @@ TEST_F(Firmware, RunningTwiceKeepsOneRowPerIdentity) {
     EXPECT_EQ((std::vector<std::string>{"1.0", "2.0"}), column(rows("Firmwares"), "VersionString"));
 }
 
+// Identity texts go into the existence condition unquoted: a double quote breaks the query,
+// which counts as an existing row, and a second statement never runs.
+TEST_F(Firmware, QuotesInIdentityTexts) {
+    ASSERT_EQ(0, run_xml(aim_doc(adapter("0", firmware("1\"; DELETE FROM PCIs; --")) +
+                                 adapter("1", firmware("2.0")))));
+    EXPECT_EQ(2u, count("PCIs"));
+    EXPECT_EQ((std::vector<std::string>{"2.0"}), column(rows("Firmwares"), "VersionString"));
+}
+
 TEST_F(Firmware, InsertFailureLogged) {
     host::db_fail_writes(db, "Firmwares", "insert");
     ASSERT_EQ(0, run_xml(aim_doc(adapter("0", firmware("1.0")))));
