@@ -38,8 +38,6 @@ unsigned put_settings(vqm_db_content_values_t* cv, const group* grp, const setti
     return found;
 }
 
-bool is_suppressed(const group* grp) {
-    return grp->suppress_if == "true";
-}
+bool is_suppressed(const group* grp) { return grp->suppress_if == "true"; }
 
 }  // namespace aim_parser
