@@ -8,6 +8,7 @@
 #include "ingest/text.h"
 #include "platform/kora_log.h"
 #include "platform/vqm_db.h"
+#include "writers/columns.h"
 
 namespace aim_parser {
 namespace {
@@ -252,14 +253,7 @@ void parser::save_hc_info(parser*, _vqm_db_handle_t* db, vqm_db_content_values_t
     }
 
     vqm_db_content_clear(cv);
-    vqm_db_content_put_uint(cv, "SegNo", key->segment);
-    vqm_db_content_put_uint(cv, "BusNo", key->bus);
-    vqm_db_content_put_uint(cv, "DeviceNo", key->device);
-    vqm_db_content_put_uint(cv, "FunctionNo", key->function + index);
-    vqm_db_content_put_uint(cv, "NodeNo", key->node_index);
-    vqm_db_content_put_uint(cv, "SlotNo", key->slot);
-    vqm_db_content_put_uint(cv, "PCIKey", key->dev_key);
-    vqm_db_content_put_uint(cv, "PCIFuncKey", func_key);
+    put_key_columns(cv, key, index, func_key);
     vqm_db_content_put_text(cv, "MaxDataWidth", "16");
     vqm_db_content_put_text(cv, "ConnectorLayout", "0");
     vqm_db_content_put_text(cv, "PackageType", "9");

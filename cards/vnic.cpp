@@ -11,6 +11,7 @@
 #include "ingest/parser.h"
 #include "platform/datastore.h"
 #include "platform/kora_log.h"
+#include "writers/columns.h"
 
 namespace aim_parser {
 namespace {
@@ -102,17 +103,6 @@ void read_vnic_data(parser& p, _vqm_db_handle_t* db, vnic_map& found) {
     DSClose(ds);
 }
 
-void put_key_columns(vqm_db_content_values_t* cv, const aim_pci_key_unit& k) {
-    vqm_db_content_put_uint(cv, "SegNo", k.segment);
-    vqm_db_content_put_uint(cv, "BusNo", k.bus);
-    vqm_db_content_put_uint(cv, "DeviceNo", k.device);
-    vqm_db_content_put_uint(cv, "FunctionNo", k.function);
-    vqm_db_content_put_uint(cv, "NodeNo", k.node_index);
-    vqm_db_content_put_uint(cv, "SlotNo", k.slot);
-    vqm_db_content_put_uint(cv, "PCIKey", k.dev_key);
-    vqm_db_content_put_uint(cv, "PCIFuncKey", k.func_key);
-}
-
 // The rows of one vNIC-capable function, `n` its place among its device's functions.
 void write_vnic_function(parser& p, _vqm_db_handle_t* db, vnic_pci_info& v, unsigned n) {
     vqm_db_content_values_t* cv = p.cv;
@@ -148,7 +138,7 @@ void write_vnic_function(parser& p, _vqm_db_handle_t* db, vnic_pci_info& v, unsi
     kora_log::logInfo("AIM PARSER: [VNIC Support] slot = %u, name = %s, table: PCIAdapter", k.slot, name);
 
     vqm_db_content_clear(cv);
-    put_key_columns(cv, k);
+    put_key_columns(cv, &k);
     vqm_db_content_put_text(cv, "ConnectorLayout", connector);
     vqm_db_content_put_uint(cv, "Idx", n);
     vqm_db_content_put_uint(cv, "NumberofLogicalPorts", 1);
@@ -163,7 +153,7 @@ void write_vnic_function(parser& p, _vqm_db_handle_t* db, vnic_pci_info& v, unsi
     }
 
     vqm_db_content_clear(cv);
-    put_key_columns(cv, k);
+    put_key_columns(cv, &k);
     vqm_db_content_put_text(cv, "PermanentAddress", v.mac);
     vqm_db_content_put_uint(cv, "PhyIdx", n);
     vqm_db_content_put_uint(cv, "Ethernet", 1);
@@ -177,7 +167,7 @@ void write_vnic_function(parser& p, _vqm_db_handle_t* db, vnic_pci_info& v, unsi
     }
 
     vqm_db_content_clear(cv);
-    put_key_columns(cv, k);
+    put_key_columns(cv, &k);
     vqm_db_content_put_uint(cv, "NumberofPhysicalPorts", 1);
     vqm_db_content_put_uint(cv, "MaxNumberofLogicalPorts", 1);
     rc = vqm_db_insert(db, "PCINetwork", cv, 0, 0);

@@ -11,6 +11,7 @@
 #include "ingest/text.h"
 #include "platform/cio.h"
 #include "platform/kora_log.h"
+#include "writers/columns.h"
 
 namespace aim_parser {
 namespace {
@@ -140,18 +141,6 @@ void gather_amd(parser& p, _vqm_db_handle_t* db, aim_pci_key_unit& key, gpu_stat
     }
 }
 
-void put_key_columns(vqm_db_content_values_t* cv, const aim_pci_key_unit& key, unsigned index,
-                     unsigned func_key) {
-    vqm_db_content_put_uint(cv, "SegNo", key.segment);
-    vqm_db_content_put_uint(cv, "BusNo", key.bus);
-    vqm_db_content_put_uint(cv, "DeviceNo", key.device);
-    vqm_db_content_put_uint(cv, "FunctionNo", key.function + index);
-    vqm_db_content_put_uint(cv, "NodeNo", key.node_index);
-    vqm_db_content_put_uint(cv, "SlotNo", key.slot);
-    vqm_db_content_put_uint(cv, "PCIKey", key.dev_key);
-    vqm_db_content_put_uint(cv, "PCIFuncKey", func_key);
-}
-
 // A gathered id, or the function's own where the sources left it 0.
 unsigned id_or(uint32_t gathered, uint16_t own) { return gathered != 0 ? gathered : own; }
 
@@ -270,7 +259,7 @@ void write_gpu_rows(parser& p, _vqm_db_handle_t* db, const aim_pci_key_unit& key
     }
 
     vqm_db_content_clear(cv);
-    put_key_columns(cv, key, index, func_key);
+    put_key_columns(cv, &key, index, func_key);
     vqm_db_content_put_text(cv, "MaxDataWidth", "16");
     vqm_db_content_put_text(cv, "ConnectorLayout", "0");
     vqm_db_content_put_text(cv, "PackageType", "9");
@@ -282,7 +271,7 @@ void write_gpu_rows(parser& p, _vqm_db_handle_t* db, const aim_pci_key_unit& key
             "AIM PARSER: failed to insert AIM-not-supported PCI Adapter MISC Information, rc=%d", rc);
 
     vqm_db_content_clear(cv);
-    put_key_columns(cv, key, index, func_key);
+    put_key_columns(cv, &key, index, func_key);
     vqm_db_content_put_uint(cv, "NumberofPhysicalPorts", 1);
     vqm_db_content_put_uint(cv, "MaxNumberofLogicalPorts", 1);
     rc = vqm_db_insert(db, "PCINetwork", cv, 0, 0);
@@ -292,7 +281,7 @@ void write_gpu_rows(parser& p, _vqm_db_handle_t* db, const aim_pci_key_unit& key
     }
 
     vqm_db_content_clear(cv);
-    put_key_columns(cv, key, index, func_key);
+    put_key_columns(cv, &key, index, func_key);
     vqm_db_content_put_uint(cv, "Idx", index + 1);
     vqm_db_content_put_uint(cv, "NumberofLogicalPorts", 1);
     vqm_db_content_put_text(cv, "PermanentAddress", "N/A");
@@ -320,7 +309,7 @@ void write_gpu_rows(parser& p, _vqm_db_handle_t* db, const aim_pci_key_unit& key
     }
 
     vqm_db_content_clear(cv);
-    put_key_columns(cv, key, index, func_key);
+    put_key_columns(cv, &key, index, func_key);
     vqm_db_content_put_uint(cv, "MaxDataSize", 12000);
     vqm_db_content_put_text(cv, "PermanentAddress", "000000000000");
     vqm_db_content_put_text(cv, "NetworkAddresses", "000000000000");

@@ -6,6 +6,7 @@
 
 #include "ingest/parser.h"
 #include "platform/kora_log.h"
+#include "writers/columns.h"
 
 namespace aim_parser {
 
@@ -185,14 +186,7 @@ bool parser::parse_config(_vqm_db_handle_t* db, config* cfg) {
                       key.func_key);
 
     vqm_db_content_clear(cv);
-    vqm_db_content_put_uint(cv, "SegNo", key.segment);
-    vqm_db_content_put_uint(cv, "BusNo", key.bus);
-    vqm_db_content_put_uint(cv, "DeviceNo", key.device);
-    vqm_db_content_put_uint(cv, "FunctionNo", key.function);
-    vqm_db_content_put_uint(cv, "NodeNo", key.node_index);
-    vqm_db_content_put_uint(cv, "SlotNo", key.slot);
-    vqm_db_content_put_uint(cv, "PCIKey", key.dev_key);
-    vqm_db_content_put_uint(cv, "PCIFuncKey", key.func_key);
+    put_key_columns(cv, &key);
     int optional = 0;
     if (const char* width = setting_value(generic, "Max Data Width")) {
         // The integer value of the setting, read in automatic base like numeric settings.

@@ -4,14 +4,19 @@
 namespace aim_parser {
 
 void put_key_columns(vqm_db_content_values_t* cv, const aim_pci_key_unit* key) {
+    put_key_columns(cv, key, 0, key->func_key);
+}
+
+void put_key_columns(vqm_db_content_values_t* cv, const aim_pci_key_unit* key, unsigned index,
+                     uint32_t func_key) {
     vqm_db_content_put_uint(cv, "SegNo", key->segment);
     vqm_db_content_put_uint(cv, "BusNo", key->bus);
     vqm_db_content_put_uint(cv, "DeviceNo", key->device);
-    vqm_db_content_put_uint(cv, "FunctionNo", key->function);
+    vqm_db_content_put_uint(cv, "FunctionNo", key->function + index);
     vqm_db_content_put_uint(cv, "NodeNo", key->node_index);
     vqm_db_content_put_uint(cv, "SlotNo", key->slot);
     vqm_db_content_put_uint(cv, "PCIKey", key->dev_key);
-    vqm_db_content_put_uint(cv, "PCIFuncKey", key->func_key);
+    vqm_db_content_put_uint(cv, "PCIFuncKey", func_key);
 }
 
 bool put_setting(vqm_db_content_values_t* cv, const group* grp, const setting_column& c) {

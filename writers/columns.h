@@ -16,6 +16,10 @@ namespace aim_parser {
 // Puts "SegNo", "BusNo", "DeviceNo", "FunctionNo", "NodeNo", "SlotNo", "PCIKey" and
 // "PCIFuncKey" of the function, all unsigned.
 void put_key_columns(vqm_db_content_values_t* cv, const aim_pci_key_unit* key);
+// The same for the function `index` places after the key's function on the same device
+// (an adapter written after the walk, one function at a time), with that function's key.
+void put_key_columns(vqm_db_content_values_t* cv, const aim_pci_key_unit* key, unsigned index,
+                     uint32_t func_key);
 
 // How a setting's value goes into its column.
 enum class column_kind {
