@@ -328,8 +328,7 @@ void parser::save_aim_not_support_info(parser* p, _vqm_db_handle_t* db, vqm_db_c
         copy_text(info->card_name, sizeof info->card_name, "VGA Display Controller");
         info->oob_src = 8;
     } else {
-        snprintf(info->card_name, sizeof info->card_name, "Adapter %02X:%02X:%02X.%02X", key->segment,
-                 key->bus, key->device, key->function);
+        copy_text(info->card_name, sizeof info->card_name, adapter_address_name(key).c_str());
     }
     info->aim_supported = 0;
     kora_log::logInfo("AIM PARSER: [No AIM Support] slot = %u, name = %s, table: PCIAdapter\n", key->slot,

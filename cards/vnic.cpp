@@ -5,6 +5,7 @@
 #include <stdio.h>
 
 #include <map>
+#include <string>
 #include <vector>
 
 #include "cards/vnic_data.h"
@@ -107,27 +108,14 @@ void read_vnic_data(parser& p, _vqm_db_handle_t* db, vnic_map& found) {
 void write_vnic_function(parser& p, _vqm_db_handle_t* db, vnic_pci_info& v, unsigned n) {
     vqm_db_content_values_t* cv = p.cv;
     aim_pci_key_unit& k = v.key;
-    char name[128];
-    snprintf(name, sizeof name, "Adapter %02X:%02X:%02X.%02X", k.segment, k.bus, k.device, k.function);
+    std::string name = adapter_address_name(&k);
     unsigned short slot_type = 0;
     p.get_pci_slot_type_by_pfa(db, &k, &slot_type, nullptr, 0);
     char connector[16];
     snprintf(connector, sizeof connector, "%d", slot_type);
 
     vqm_db_content_clear(cv);
-    vqm_db_content_put_uint(cv, "SegNo", k.segment);
-    vqm_db_content_put_uint(cv, "BusNo", k.bus);
-    vqm_db_content_put_uint(cv, "DeviceNo", k.device);
-    vqm_db_content_put_uint(cv, "FunctionNo", k.function);
-    vqm_db_content_put_uint(cv, "NodeNo", k.node_index);
-    vqm_db_content_put_uint(cv, "SlotNo", k.slot);
-    vqm_db_content_put_text(cv, "CardName", name);
-    vqm_db_content_put_text(cv, "ConnectorType", connector);
-    vqm_db_content_put_uint(cv, "AIMSupported", 2);
-    vqm_db_content_put_uint(cv, "OOBSrc", 8);
-    vqm_db_content_put_uint(cv, "PCIKey", k.dev_key);
-    vqm_db_content_put_uint(cv, "PCIFuncKey", k.func_key);
-    vqm_db_content_put_uint(cv, "Location", k.location);
+    put_adapter_columns(cv, &k, name.c_str(), connector, 2, 8);
     if (vqm_db_insert(db, "PCIAdapter", cv, 0, 0) != 0) {
         kora_log::logWarn(
             "AIM PARSER: failed to insert PCI Adapter Information for vnic data, bus: %2X, device: %2X, "
@@ -135,7 +123,8 @@ void write_vnic_function(parser& p, _vqm_db_handle_t* db, vnic_pci_info& v, unsi
             k.bus, k.device, k.function);
         return;
     }
-    kora_log::logInfo("AIM PARSER: [VNIC Support] slot = %u, name = %s, table: PCIAdapter", k.slot, name);
+    kora_log::logInfo("AIM PARSER: [VNIC Support] slot = %u, name = %s, table: PCIAdapter", k.slot,
+                      name.c_str());
 
     vqm_db_content_clear(cv);
     put_key_columns(cv, &k);

@@ -405,14 +405,7 @@ void handle_function(parser& p, _vqm_db_handle_t* db, aim_pci_key_unit& key,
     std::string name;
     std::vector<unsigned> keys;
     if (gpu_adapter) {
-        if (!g.live.product_name.empty()) {
-            name = g.live.product_name;
-        } else {
-            char fallback[32];
-            snprintf(fallback, sizeof fallback, "Adapter %02X:%02X:%02X.%02X", key.segment, key.bus,
-                     key.device, key.function);
-            name = fallback;
-        }
+        name = g.live.product_name.empty() ? adapter_address_name(&key) : g.live.product_name;
         p.find_pci_func_keys(db, key.vendor_id, key.subsystem_vendor_id, key.subsystem_device_id, key.segment,
                              key.bus, key.device, static_cast<unsigned short>(key.function_type), keys);
     } else {

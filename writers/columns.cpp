@@ -1,6 +1,8 @@
 // Row-building helpers shared by the group writers.
 #include "writers/columns.h"
 
+#include <stdio.h>
+
 namespace aim_parser {
 
 void put_key_columns(vqm_db_content_values_t* cv, const aim_pci_key_unit* key) {
@@ -17,6 +19,30 @@ void put_key_columns(vqm_db_content_values_t* cv, const aim_pci_key_unit* key, u
     vqm_db_content_put_uint(cv, "SlotNo", key->slot);
     vqm_db_content_put_uint(cv, "PCIKey", key->dev_key);
     vqm_db_content_put_uint(cv, "PCIFuncKey", func_key);
+}
+
+void put_adapter_columns(vqm_db_content_values_t* cv, const aim_pci_key_unit* key, const char* card_name,
+                         const char* connector_type, uint32_t aim_supported, uint32_t oob_src) {
+    vqm_db_content_put_uint(cv, "SegNo", key->segment);
+    vqm_db_content_put_uint(cv, "BusNo", key->bus);
+    vqm_db_content_put_uint(cv, "DeviceNo", key->device);
+    vqm_db_content_put_uint(cv, "FunctionNo", key->function);
+    vqm_db_content_put_uint(cv, "NodeNo", key->node_index);
+    vqm_db_content_put_uint(cv, "SlotNo", key->slot);
+    if (card_name) vqm_db_content_put_text(cv, "CardName", card_name);
+    if (connector_type) vqm_db_content_put_text(cv, "ConnectorType", connector_type);
+    vqm_db_content_put_uint(cv, "AIMSupported", aim_supported);
+    vqm_db_content_put_uint(cv, "OOBSrc", oob_src);
+    vqm_db_content_put_uint(cv, "PCIKey", key->dev_key);
+    vqm_db_content_put_uint(cv, "PCIFuncKey", key->func_key);
+    vqm_db_content_put_uint(cv, "Location", key->location);
+}
+
+std::string adapter_address_name(const aim_pci_key_unit* key) {
+    char name[32];
+    snprintf(name, sizeof name, "Adapter %02X:%02X:%02X.%02X", key->segment, key->bus, key->device,
+             key->function);
+    return name;
 }
 
 bool put_setting(vqm_db_content_values_t* cv, const group* grp, const setting_column& c) {

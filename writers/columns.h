@@ -21,6 +21,14 @@ void put_key_columns(vqm_db_content_values_t* cv, const aim_pci_key_unit* key);
 void put_key_columns(vqm_db_content_values_t* cv, const aim_pci_key_unit* key, unsigned index,
                      uint32_t func_key);
 
+// Puts the columns of a "PCIAdapter" row of the key's function; a null card name or
+// connector type leaves its column out.
+void put_adapter_columns(vqm_db_content_values_t* cv, const aim_pci_key_unit* key, const char* card_name,
+                         const char* connector_type, uint32_t aim_supported, uint32_t oob_src);
+
+// The "CardName" of an adapter known only by its address: "Adapter SS:BB:DD.FF" in hexadecimal.
+std::string adapter_address_name(const aim_pci_key_unit* key);
+
 // How a setting's value goes into its column.
 enum class column_kind {
     text,    // the value text as it stands
