@@ -99,9 +99,6 @@ std::vector<aim_hc_card> builtin_cards() {
 
 bool id_matches(uint16_t row, uint16_t asked) { return row == asked || row == any_id; }
 
-// "%04X%04X" of two PCI ids.
-void software_id(char (&out)[16], unsigned a, unsigned b) { snprintf(out, sizeof out, "%04X%04X", a, b); }
-
 // Writes the "PldmDeviceFirmware" row of a card that is updated over PLDM; the ids are
 // the table row's, so that every riser of one kind reports the same software id.
 int insert_pldm_row(_vqm_db_handle_t* db, vqm_db_content_values_t* cv, aim_pci_key_unit* key,
@@ -166,12 +163,11 @@ void parser::init_hc_cards() {
     hc_idx = -1;
     unsigned n = vqmdb_get_hc_card_count();
     for (unsigned i = 0; i < n; ++i) {
+        // The platform's name field need not be terminated: make_card reads it no further
+        // than the card's own name field holds.
         const vqmdb_hc_card_t& e = hc_card_table[i];
-        char name[sizeof e.name + 1];
-        memcpy(name, e.name, sizeof e.name);
-        name[sizeof e.name] = '\0';
         hc_cards.push_back(make_card(e.vendor_id, e.device_id, e.subsystem_vendor_id, e.subsystem_device_id,
-                                     name, "N/A", save_hc_info));
+                                     e.name, "N/A", save_hc_info));
     }
     for (const aim_hc_card& b : builtin_cards()) {
         int i = hc_find(b.vendor_id, b.device_id, b.subsystem_vendor_id, b.subsystem_device_id);
@@ -232,6 +228,15 @@ void parser::save_hc_info(parser*, _vqm_db_handle_t* db, vqm_db_content_values_t
                           aim_hc_card* card, unsigned int index, unsigned int func_key, AdapterInfo* info) {
     info->oob_src = 8;
     copy_text(info->card_name, sizeof info->card_name, card->name);
+    // A failed row is logged with its kind ("VPD", "MISC" or "FW"), the slot and the index.
+    auto insert = [&](const char* table, const char* kind) {
+        int rc = vqm_db_insert(db, table, cv, 0, 0);
+        if (rc != 0) {
+            kora_log::logWarn(
+                "AIM PARSER: failed to insert hard code card %s Info, Slot = %d, Index = %d, rc = %d\n", kind,
+                key->slot, index, rc);
+        }
+    };
 
     vqm_db_content_clear(cv);
     vqm_db_content_put_text(cv, "UUID", "N/A");
@@ -245,26 +250,12 @@ void parser::save_hc_info(parser*, _vqm_db_handle_t* db, vqm_db_content_values_t
     vqm_db_content_put_uint(cv, "HardwareTypeId", 3);
     vqm_db_content_put_uint(cv, "SlotNo", key->slot);
     vqm_db_content_put_uint(cv, "Location", key->location);
-    int rc = vqm_db_insert(db, "VPDs", cv, 0, 0);
-    if (rc != 0) {
-        kora_log::logWarn(
-            "AIM PARSER: failed to insert hard code card VPD Info, Slot = %d, Index = %d, rc = %d\n",
-            key->slot, index, rc);
-    }
+    insert("VPDs", "VPD");
 
     vqm_db_content_clear(cv);
     put_key_columns(cv, key, index, func_key);
-    vqm_db_content_put_text(cv, "MaxDataWidth", "16");
-    vqm_db_content_put_text(cv, "ConnectorLayout", "0");
-    vqm_db_content_put_text(cv, "PackageType", "9");
-    vqm_db_content_put_text(cv, "OtherPackageType", "N/A");
-    vqm_db_content_put_text(cv, "AIMSpecVersion", "2.00");
-    rc = vqm_db_insert(db, "PCIMisc", cv, 0, 0);
-    if (rc != 0) {
-        kora_log::logWarn(
-            "AIM PARSER: failed to insert hard code card MISC Info, Slot = %d, Index = %d, rc = %d\n",
-            key->slot, index, rc);
-    }
+    put_placeholder_misc_columns(cv);
+    insert("PCIMisc", "MISC");
 
     char swid[16];
     software_id(swid, key->subsystem_vendor_id, key->subsystem_device_id);
@@ -279,12 +270,7 @@ void parser::save_hc_info(parser*, _vqm_db_handle_t* db, vqm_db_content_values_t
     vqm_db_content_put_text(cv, "SoftwareID", swid);
     vqm_db_content_put_uint(cv, "HardwareId", key->hardware_id + index);
     vqm_db_content_put_uint(cv, "HardwareTypeId", 3);
-    rc = vqm_db_insert(db, "Firmwares", cv, 0, 0);
-    if (rc != 0) {
-        kora_log::logWarn(
-            "AIM PARSER: failed to insert hard code card FW Info, Slot = %d, Index = %d, rc = %d\n",
-            key->slot, index, rc);
-    }
+    insert("Firmwares", "FW");
 }
 
 void parser::save_young_riser_info(parser* p, _vqm_db_handle_t* db, vqm_db_content_values_t* cv,

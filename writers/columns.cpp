@@ -3,6 +3,8 @@
 
 #include <stdio.h>
 
+#include "platform/kora_log.h"
+
 namespace aim_parser {
 
 void put_key_columns(vqm_db_content_values_t* cv, const aim_pci_key_unit* key) {
@@ -36,6 +38,20 @@ void put_adapter_columns(vqm_db_content_values_t* cv, const aim_pci_key_unit* ke
     vqm_db_content_put_uint(cv, "PCIKey", key->dev_key);
     vqm_db_content_put_uint(cv, "PCIFuncKey", key->func_key);
     vqm_db_content_put_uint(cv, "Location", key->location);
+}
+
+void put_placeholder_misc_columns(vqm_db_content_values_t* cv) {
+    vqm_db_content_put_text(cv, "MaxDataWidth", "16");
+    vqm_db_content_put_text(cv, "ConnectorLayout", "0");
+    vqm_db_content_put_text(cv, "PackageType", "9");
+    vqm_db_content_put_text(cv, "OtherPackageType", "N/A");
+    vqm_db_content_put_text(cv, "AIMSpecVersion", "2.00");
+}
+
+int insert_row(_vqm_db_handle_t* db, const char* table, vqm_db_content_values_t* cv, const char* what) {
+    int rc = vqm_db_insert(db, table, cv, 0, 0);
+    if (rc != 0) kora_log::logWarn("AIM PARSER: failed to insert %s, rc=%d", what, rc);
+    return rc;
 }
 
 std::string adapter_address_name(const aim_pci_key_unit* key) {

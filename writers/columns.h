@@ -26,6 +26,14 @@ void put_key_columns(vqm_db_content_values_t* cv, const aim_pci_key_unit* key, u
 void put_adapter_columns(vqm_db_content_values_t* cv, const aim_pci_key_unit* key, const char* card_name,
                          const char* connector_type, uint32_t aim_supported, uint32_t oob_src);
 
+// Puts the "PCIMisc" columns that stand for the AIM file's description of an adapter
+// that has none (after the key columns).
+void put_placeholder_misc_columns(vqm_db_content_values_t* cv);
+
+// Inserts the row put in `cv` into `table`; a failure is logged as the warning
+// "AIM PARSER: failed to insert <what>, rc=<rc>". Returns the insert's result.
+int insert_row(_vqm_db_handle_t* db, const char* table, vqm_db_content_values_t* cv, const char* what);
+
 // The "CardName" of an adapter known only by its address: "Adapter SS:BB:DD.FF" in hexadecimal.
 std::string adapter_address_name(const aim_pci_key_unit* key);
 
