@@ -202,10 +202,8 @@ bool parser::parse_config(_vqm_db_handle_t* db, config* cfg) {
         check_raid_sen(db, &key);
         char hw_where[64];
         snprintf(hw_where, sizeof(hw_where), "HardwareId=%u AND HardwareTypeId=0", key.hardware_id);
-        int rc = vqm_db_delete(db, "VPDs", hw_where, 0, 0, 0);
-        if (rc != 0) kora_log::logErr("failed to delete LSI Raid Controller VPD Info, rc=%d", rc);
-        rc = vqm_db_delete(db, "Firmwares", hw_where, 0, 0, 0);
-        if (rc != 0) kora_log::logErr("failed to delete LSI Raid Controller Firmware Info, rc=%d", rc);
+        delete_rows(db, "VPDs", hw_where, "LSI Raid Controller VPD Info");
+        delete_rows(db, "Firmwares", hw_where, "LSI Raid Controller Firmware Info");
     }
 
     insert_aim_vpd_info(db, generic, &key);

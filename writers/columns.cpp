@@ -1,4 +1,4 @@
-// Row-building helpers shared by the group writers.
+// Row helpers shared by the group writers, the walk and the card actions.
 #include "writers/columns.h"
 
 #include <stdio.h>
@@ -51,6 +51,12 @@ void put_placeholder_misc_columns(vqm_db_content_values_t* cv) {
 int insert_row(_vqm_db_handle_t* db, const char* table, vqm_db_content_values_t* cv, const char* what) {
     int rc = vqm_db_insert(db, table, cv, 0, 0);
     if (rc != 0) kora_log::logWarn("AIM PARSER: failed to insert %s, rc=%d", what, rc);
+    return rc;
+}
+
+int delete_rows(_vqm_db_handle_t* db, const char* table, const char* where, const char* what) {
+    int rc = vqm_db_delete(db, table, where, 0, 0, 0);
+    if (rc != 0) kora_log::logErr("failed to delete %s, rc=%d", what, rc);
     return rc;
 }
 

@@ -1,5 +1,6 @@
-// Row-building helpers shared by the group writers: the address and key columns that begin
-// most adapter rows, settings put by label, and the numbered sub-group lookups.
+// Row helpers shared by the group writers, the walk and the card actions: the address and
+// key columns that begin most adapter rows, the adapter row itself, inserts and deletes that
+// log their failure, settings put by label, and the numbered sub-group lookups.
 #pragma once
 
 #include <stddef.h>
@@ -33,6 +34,10 @@ void put_placeholder_misc_columns(vqm_db_content_values_t* cv);
 // Inserts the row put in `cv` into `table`; a failure is logged as the warning
 // "AIM PARSER: failed to insert <what>, rc=<rc>". Returns the insert's result.
 int insert_row(_vqm_db_handle_t* db, const char* table, vqm_db_content_values_t* cv, const char* what);
+
+// Deletes the rows of `table` matching `where` (null: all rows); a failure is logged as the
+// error "failed to delete <what>, rc=<rc>". Returns the delete's result.
+int delete_rows(_vqm_db_handle_t* db, const char* table, const char* where, const char* what);
 
 // The "CardName" of an adapter known only by its address: "Adapter SS:BB:DD.FF" in hexadecimal.
 std::string adapter_address_name(const aim_pci_key_unit* key);
