@@ -100,9 +100,10 @@ std::vector<aim_hc_card> builtin_cards() {
 bool id_matches(uint16_t row, uint16_t asked) { return row == asked || row == any_id; }
 
 // Writes the "PldmDeviceFirmware" row of a card that is updated over PLDM; the ids are
-// the table row's, so that every riser of one kind reports the same software id.
-int insert_pldm_row(_vqm_db_handle_t* db, vqm_db_content_values_t* cv, aim_pci_key_unit* key,
-                    aim_hc_card* card, unsigned func_key) {
+// the table row's, so that every riser of one kind reports the same software id. The
+// outcome is logged as the warning `failed` or the information `done`.
+void insert_pldm_row(_vqm_db_handle_t* db, vqm_db_content_values_t* cv, aim_pci_key_unit* key,
+                     aim_hc_card* card, unsigned func_key, const char* failed, const char* done) {
     char swid[16];
     software_id(swid, card->subsystem_vendor_id, card->subsystem_device_id);
     vqm_db_content_clear(cv);
@@ -120,7 +121,11 @@ int insert_pldm_row(_vqm_db_handle_t* db, vqm_db_content_values_t* cv, aim_pci_k
     vqm_db_content_put_text(cv, "SoftwareID", swid);
     vqm_db_content_put_text(cv, "VersionString", "N/A");
     vqm_db_content_put_text(cv, "ReleaseDate", "N/A");
-    return vqm_db_insert(db, "PldmDeviceFirmware", cv, 0, 0);
+    if (vqm_db_insert(db, "PldmDeviceFirmware", cv, 0, 0) != 0) {
+        kora_log::logWarn("%s", failed);
+    } else {
+        kora_log::logInfo("%s", done);
+    }
 }
 
 }  // namespace
@@ -277,22 +282,18 @@ void parser::save_young_riser_info(parser* p, _vqm_db_handle_t* db, vqm_db_conte
                                    aim_pci_key_unit* key, aim_hc_card* card, unsigned int index,
                                    unsigned int func_key, AdapterInfo* info) {
     save_hc_info(p, db, cv, key, card, index, func_key, info);
-    if (insert_pldm_row(db, cv, key, card, func_key) != 0) {
-        kora_log::logWarn("AIM PARSER: failed to insert young riser to PLDM Adapter Information");
-    } else {
-        kora_log::logInfo("AIM PARSER: success to insert young riser to PLDM Adapter Information");
-    }
+    insert_pldm_row(db, cv, key, card, func_key,
+                    "AIM PARSER: failed to insert young riser to PLDM Adapter Information",
+                    "AIM PARSER: success to insert young riser to PLDM Adapter Information");
 }
 
 void parser::save_hc_info_with_pldm(parser* p, _vqm_db_handle_t* db, vqm_db_content_values_t* cv,
                                     aim_pci_key_unit* key, aim_hc_card* card, unsigned int index,
                                     unsigned int func_key, AdapterInfo* info) {
     save_hc_info(p, db, cv, key, card, index, func_key, info);
-    if (insert_pldm_row(db, cv, key, card, func_key) != 0) {
-        kora_log::logWarn("AIM PARSER: failed to insert the device to PLDM Firmware Table");
-    } else {
-        kora_log::logInfo("AIM PARSER: success to insert tha device to PLDM Firmware Table");
-    }
+    insert_pldm_row(db, cv, key, card, func_key,
+                    "AIM PARSER: failed to insert the device to PLDM Firmware Table",
+                    "AIM PARSER: success to insert tha device to PLDM Firmware Table");
 }
 
 // The catch-all: no table rows, only the adapter's name and connector for "PCIAdapter".
