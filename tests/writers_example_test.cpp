@@ -8,11 +8,6 @@ namespace {
 
 class StorageExample : public testutil::IngestTest {
 protected:
-    // Ingests examples/aim/NAME.xml on examples/machines/NAME.
-    int run_example(const std::string& name) {
-        load_machine("examples/machines/" + name);
-        return run_xml(testutil::read_file(testutil::source_path("examples/aim/" + name + ".xml")));
-    }
     host::row boot_adapter_vpd() {
         auto r = rows("VPDs", "HardwareId=131072");
         EXPECT_EQ(1u, r.size());

@@ -138,13 +138,7 @@ unsigned parser::insert_aim_vpd_info(_vqm_db_handle_t* db, group* grp, aim_pci_k
     vqm_db_content_put_uint(cv, "HardwareTypeId", key->untyped_hardware ? 0 : 3);
     vqm_db_content_put_uint(cv, "SlotNo", key->slot);
     vqm_db_content_put_uint(cv, "Location", key->location);
-    if (found != 0) {
-        int rc = vqm_db_insert(db, "VPDs", cv, 0, 0);
-        if (rc != 0) {
-            kora_log::logWarn("AIM PARSER: failed to insert VPD Information, rc=%d", rc);
-            return 0;
-        }
-    }
+    if (found != 0 && insert_row(db, "VPDs", cv, "VPD Information") != 0) return 0;
 
     uint32_t platform = platform_number();
     const hw_vpd_info* row = find_hw_vpd_row(hw_vpd_table, key, platform);
