@@ -23,12 +23,17 @@ const std::string& database_dir();
 typedef std::map<std::string, std::string> row;
 // Runs one read-only SQL statement on the handle's own connection and returns its rows.
 // 0 on success.
-int db_select(_vqm_db_handle_t* db, const std::string& sql, std::vector<row>& rows, std::string* error = nullptr);
+int db_select(_vqm_db_handle_t* db, const std::string& sql, std::vector<row>& rows,
+              std::string* error = nullptr);
 // Runs SQL text that may hold several statements (schema, test set-up). Host only: the
 // client calls of the library never run more than one statement. 0 on success.
 int db_exec_script(_vqm_db_handle_t* db, const std::string& sql, std::string* error = nullptr);
-// Makes every later write of the handle fail with a non-zero code when `table` matches
-// (empty: none); for tests of failure paths. `op` is "insert", "update", "delete" or "".
+// Commits the writes that the handle holds in its open batch, so that other connections
+// see them before the handle is closed (vqm_db_close commits too). 0 on success.
+int db_commit(_vqm_db_handle_t* db);
+// Makes every later call of the handle on `table` ("*": any table) fail with a non-zero code,
+// for tests of failure paths. `op` is "insert", "update", "delete" (raw writes included),
+// "query", or "" for every write. Each call adds a rule; an empty `table` removes them all.
 void db_fail_writes(_vqm_db_handle_t* db, const std::string& table, const std::string& op = std::string());
 
 }  // namespace host

@@ -1,0 +1,317 @@
+// The AIM document tree: static names, containers, ownership and the setting accessors.
+#include <stdlib.h>
+#include <string.h>
+
+#include <stdexcept>
+
+#include "aim/document.h"
+
+namespace aim_parser {
+
+const char* aim_file = "/pstorage/cmr/aim.xml";
+const char* debug_aim_file = "/tmp/aim.xml";
+
+const char* inventories::TAG = "inventories";
+const char* configset::TAG = "configset";
+const char* config::TAG = "config";
+const char* group::TAG = "group";
+const char* setting_node::TAG = "setting";
+
+namespace {
+
+std::string key_of(const char* name) {
+    if (!name) throw std::logic_error("AIM Doc: null name passed to a container lookup");
+    return std::string(name);
+}
+
+// The family of container operations, shared by every parent/child pair. A multimap
+// inserts a new element after the existing ones of an equal key, so equal names stay in
+// insertion order.
+template <class T>
+void add_child(std::multimap<std::string, T*>& m, T* child) {
+    if (child) m.emplace(child->name, child);
+}
+
+template <class T>
+T* first_child(const std::multimap<std::string, T*>& m, const char* name) {
+    auto it = m.find(key_of(name));
+    return it == m.end() ? nullptr : it->second;
+}
+
+template <class T>
+void children_named(const std::multimap<std::string, T*>& m, const char* name, std::vector<T*>& out) {
+    auto range = m.equal_range(key_of(name));
+    for (auto it = range.first; it != range.second; ++it) out.push_back(it->second);
+}
+
+template <class T>
+void all_children(const std::multimap<std::string, T*>& m, std::vector<T*>& out) {
+    for (const auto& kv : m) out.push_back(kv.second);
+}
+
+// Deletes groups and every sub-group below them without recursing: each group's
+// sub-groups are detached onto a work list before the group itself is deleted, so its
+// destructor finds no sub-groups left.
+void delete_groups(std::vector<group*> pending) {
+    while (!pending.empty()) {
+        group* g = pending.back();
+        pending.pop_back();
+        for (const auto& kv : g->groups) pending.push_back(kv.second);
+        g->groups.clear();
+        delete g;
+    }
+}
+
+template <class T>
+bool remove_children(std::multimap<std::string, T*>& m, const char* name) {
+    auto range = m.equal_range(key_of(name));
+    if (range.first == range.second) return false;
+    std::vector<T*> doomed;
+    for (auto it = range.first; it != range.second; ++it) doomed.push_back(it->second);
+    m.erase(range.first, range.second);
+    for (T* c : doomed) delete c;
+    return true;
+}
+
+bool remove_groups(std::multimap<std::string, group*>& m, const char* name) {
+    auto range = m.equal_range(key_of(name));
+    if (range.first == range.second) return false;
+    std::vector<group*> doomed;
+    for (auto it = range.first; it != range.second; ++it) doomed.push_back(it->second);
+    m.erase(range.first, range.second);
+    delete_groups(std::move(doomed));
+    return true;
+}
+
+template <class T>
+void clear_children(std::multimap<std::string, T*>& m) {
+    std::vector<T*> doomed;
+    all_children(m, doomed);
+    m.clear();
+    for (T* c : doomed) delete c;
+}
+
+void clear_group_map(std::multimap<std::string, group*>& m) {
+    std::vector<group*> doomed;
+    all_children(m, doomed);
+    m.clear();
+    delete_groups(std::move(doomed));
+}
+
+}  // namespace
+
+element::~element() {}
+
+// ---- setting_node ----------------------------------------------------------------------------
+
+setting_node::~setting_node() {}
+
+uint32_t setting_node::get_type() const {
+    return setting_node_type;
+}
+
+const char* setting_node::map_data_type(setting_data_type t) {
+    switch (t) {
+        case text_data:
+            return "text_data";
+        case numeric_data:
+            return "numeric_data";
+        case enumerate_data:
+            return "enumerate_data";
+        case boolean_data:
+            return "boolean_data";
+    }
+    return "unknow_value";
+}
+
+long long setting_node::get_int64(long long dflt) const {
+    switch (type) {
+        case numeric_data:
+            return strtoll(value.c_str(), nullptr, 0);
+        case boolean_data:
+            return value == "true" || value == "1" ? 1 : 0;
+        default:
+            return dflt;
+    }
+}
+
+// ---- group -----------------------------------------------------------------------------------
+
+group::~group() {
+    clear_setting_nodes();
+    clear_groups();
+}
+
+uint32_t group::get_type() const {
+    return group_type;
+}
+
+void group::add_setting_node(setting_node* child) {
+    add_child(settings, child);
+}
+setting_node* group::get_setting_node(const char* name) const {
+    return first_child(settings, name);
+}
+bool group::has_setting_node(const char* name) const {
+    return first_child(settings, name) != nullptr;
+}
+void group::get_setting_node(const char* name, std::vector<setting_node*>& out) const {
+    children_named(settings, name, out);
+}
+bool group::remove_setting_node(const char* name) {
+    return remove_children(settings, name);
+}
+void group::clear_setting_nodes() {
+    clear_children(settings);
+}
+
+void group::add_group(group* child) {
+    add_child(groups, child);
+}
+group* group::get_group(const char* name) const {
+    return first_child(groups, name);
+}
+bool group::has_group(const char* name) const {
+    return first_child(groups, name) != nullptr;
+}
+void group::get_group(const char* name, std::vector<group*>& out) const {
+    children_named(groups, name, out);
+}
+
+void group::get_group_list(const char* part, std::vector<group*>& out) const {
+    const char* p = part ? part : "";
+    for (const auto& kv : groups) {
+        if (kv.first.find(p) != std::string::npos) out.push_back(kv.second);
+    }
+}
+
+bool group::remove_group(const char* name) {
+    return remove_groups(groups, name);
+}
+void group::clear_groups() {
+    clear_group_map(groups);
+}
+
+// ---- config ----------------------------------------------------------------------------------
+
+config::~config() {
+    clear_groups();
+}
+
+uint32_t config::get_type() const {
+    return config_type;
+}
+
+void config::add_group(group* child) {
+    add_child(groups, child);
+}
+group* config::get_group(const char* name) const {
+    return first_child(groups, name);
+}
+bool config::has_group(const char* name) const {
+    return first_child(groups, name) != nullptr;
+}
+void config::get_group(const char* name, std::vector<group*>& out) const {
+    children_named(groups, name, out);
+}
+bool config::remove_group(const char* name) {
+    return remove_groups(groups, name);
+}
+void config::clear_groups() {
+    clear_group_map(groups);
+}
+
+// ---- configset -------------------------------------------------------------------------------
+
+configset::~configset() {
+    clear_configs();
+}
+
+uint32_t configset::get_type() const {
+    return configset_type;
+}
+
+void configset::add_config(config* child) {
+    add_child(configs, child);
+}
+config* configset::get_config(const char* name) const {
+    return first_child(configs, name);
+}
+bool configset::has_config(const char* name) const {
+    return first_child(configs, name) != nullptr;
+}
+void configset::get_config(const char* name, std::vector<config*>& out) const {
+    children_named(configs, name, out);
+}
+void configset::get_config_list(std::vector<config*>& out) const {
+    all_children(configs, out);
+}
+bool configset::remove_config(const char* name) {
+    return remove_children(configs, name);
+}
+void configset::clear_configs() {
+    clear_children(configs);
+}
+
+// ---- inventories -----------------------------------------------------------------------------
+
+inventories::~inventories() {
+    clear_configsets();
+    clear_configs();
+}
+
+uint32_t inventories::get_type() const {
+    return inventories_type;
+}
+
+void inventories::add_configset(configset* child) {
+    add_child(configsets, child);
+}
+configset* inventories::get_configset(const char* name) const {
+    return first_child(configsets, name);
+}
+bool inventories::has_configset(const char* name) const {
+    return first_child(configsets, name) != nullptr;
+}
+void inventories::get_configset(const char* name, std::vector<configset*>& out) const {
+    children_named(configsets, name, out);
+}
+void inventories::get_configset_list(std::vector<configset*>& out) const {
+    all_children(configsets, out);
+}
+bool inventories::remove_configset(const char* name) {
+    return remove_children(configsets, name);
+}
+void inventories::clear_configsets() {
+    clear_children(configsets);
+}
+
+void inventories::add_config(config* child) {
+    add_child(configs, child);
+}
+config* inventories::get_config(const char* name) const {
+    return first_child(configs, name);
+}
+bool inventories::has_config(const char* name) const {
+    return first_child(configs, name) != nullptr;
+}
+void inventories::get_config(const char* name, std::vector<config*>& out) const {
+    children_named(configs, name, out);
+}
+void inventories::get_config_list(std::vector<config*>& out) const {
+    all_children(configs, out);
+}
+bool inventories::remove_config(const char* name) {
+    return remove_children(configs, name);
+}
+void inventories::clear_configs() {
+    clear_children(configs);
+}
+
+// ---- documents -------------------------------------------------------------------------------
+
+xml_document::~xml_document() {}
+
+document::~document() {}
+
+}  // namespace aim_parser
