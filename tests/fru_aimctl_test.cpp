@@ -18,7 +18,7 @@ struct run_result {
 };
 
 class AimctlFru : public ::testing::Test {
-  protected:
+protected:
     void SetUp() override {
         char tmpl[] = "/tmp/aimctl_fru_XXXXXX";
         ASSERT_NE(nullptr, mkdtemp(tmpl));
