@@ -11,7 +11,7 @@ CMAKE_FLAGS ?=
 SANITIZER_ENV = ASAN_OPTIONS=detect_leaks=1:abort_on_error=0:exitcode=86 \
 	UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1:exitcode=86 LSAN_OPTIONS=exitcode=23
 
-.PHONY: all deps deps-arm build demo test test-arm build-arm test-sanitize build-asan leak-check \
+.PHONY: all deps deps-arm build demo test bench test-arm build-arm test-sanitize build-asan leak-check \
 	update-symbols clean
 
 all: build
@@ -33,6 +33,12 @@ demo: build
 
 test: build
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
+
+# Benchmarks in their own optimised build tree, so the main build keeps its settings.
+bench: deps
+	cmake -S . -B $(BUILD)-bench -DCMAKE_BUILD_TYPE=Release -DAIM_BUILD_BENCH=ON -DAIM_BUILD_TESTS=OFF $(CMAKE_FLAGS)
+	cmake --build $(BUILD)-bench -j $(JOBS) --target aim_bench
+	$(BUILD)-bench/bin/aim_bench
 
 # 32-bit ARM (arm-linux-gnueabihf) build of everything, its tests run under qemu-arm.
 build-arm: deps deps-arm
@@ -62,4 +68,4 @@ update-symbols: build
 	@git diff --stat -- symbols/ 2>/dev/null || true
 
 clean:
-	rm -rf $(BUILD) $(ARM_BUILD) $(ASAN_BUILD)
+	rm -rf $(BUILD) $(BUILD)-bench $(ARM_BUILD) $(ASAN_BUILD)

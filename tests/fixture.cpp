@@ -7,13 +7,16 @@
 #include <sstream>
 
 #include "host/machine.h"
+#include "host/storage.h"
 #include "ingest/parse_aim.h"
 
 namespace fs = std::filesystem;
 
 namespace testutil {
 
-std::string source_path(const std::string& relative) { return std::string(AIM_SOURCE_DIR) + "/" + relative; }
+std::string source_path(const std::string& relative) {
+    return std::string(AIM_SOURCE_DIR) + "/" + relative;
+}
 
 std::string read_file(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
@@ -57,12 +60,20 @@ void IngestTest::load_machine(const std::string& machine_dir) {
                  fs::copy_options::recursive | fs::copy_options::overwrite_existing);
     }
     host::load_machine(d);
+    load_machine_pcis();
+}
+
+void IngestTest::load_machine_pcis() {
+    if (!host::current_machine().json.contains("pcis")) return;
+    std::string err;
+    ASSERT_EQ(0, host::load_machine_pcis(db, &err)) << err;
 }
 
 void IngestTest::load_machine_json(const std::string& json) {
     std::string d = dir + "/machine";
     write_file(d + "/machine.json", json);
     host::load_machine(d);
+    load_machine_pcis();
 }
 
 void IngestTest::add_pci(const std::vector<std::pair<std::string, std::string>>& columns) {
@@ -121,19 +132,24 @@ int IngestTest::run_file(const char* controller_path) {
 std::vector<host::row> IngestTest::rows(const std::string& table, const std::string& where) {
     std::vector<host::row> out;
     std::string err;
-    std::string sql = "SELECT * FROM \"" + table + "\"" + (where.empty() ? "" : " WHERE " + where) + " ORDER BY _id";
+    std::string sql =
+        "SELECT * FROM \"" + table + "\"" + (where.empty() ? "" : " WHERE " + where) + " ORDER BY _id";
     EXPECT_EQ(0, host::db_select(db, sql, out, &err)) << err;
     return out;
 }
 
-size_t IngestTest::count(const std::string& table, const std::string& where) { return rows(table, where).size(); }
+size_t IngestTest::count(const std::string& table, const std::string& where) {
+    return rows(table, where).size();
+}
 
 void IngestTest::exec(const std::string& sql) {
     std::string err;
     ASSERT_EQ(0, host::db_exec_script(db, sql, &err)) << err << "\n" << sql;
 }
 
-bool IngestTest::logged(const std::string& text) const { return logged_count(text) > 0; }
+bool IngestTest::logged(const std::string& text) const {
+    return logged_count(text) > 0;
+}
 
 bool IngestTest::logged(host::log_level level, const std::string& text) const {
     for (const auto& m : host::log_captured()) {
@@ -150,11 +166,14 @@ size_t IngestTest::logged_count(const std::string& text) const {
 
 std::string IngestTest::log_text() const {
     std::string out;
-    for (const auto& m : host::log_captured()) out += std::string(host::log_level_name(m.level)) + " " + m.text + "\n";
+    for (const auto& m : host::log_captured())
+        out += std::string(host::log_level_name(m.level)) + " " + m.text + "\n";
     return out;
 }
 
-std::string IngestTest::sysroot_file(const char* controller_path) const { return sysroot->dir() + controller_path; }
+std::string IngestTest::sysroot_file(const char* controller_path) const {
+    return sysroot->dir() + controller_path;
+}
 
 void IngestTest::write_sysroot_file(const char* controller_path, const std::string& content) {
     write_file(sysroot_file(controller_path), content);
@@ -168,16 +187,16 @@ std::string aim_doc(const std::string& body) {
 
 std::string aim_config(const std::string& id, const std::string& bus, const std::string& device,
                        const std::string& function, const std::string& generic, const std::string& segment) {
-    return "<config ID=\"" + id + "\"><name>" + id + "</name><pfa><segment>" + segment + "</segment><bus>" + bus +
-           "</bus><device>" + device + "</device><function>" + function + "</function></pfa>" +
+    return "<config ID=\"" + id + "\"><name>" + id + "</name><pfa><segment>" + segment + "</segment><bus>" +
+           bus + "</bus><device>" + device + "</device><function>" + function + "</function></pfa>" +
            aim_group("PCI Generic Information", generic) + "</config>\n";
 }
 
 std::string aim_setting(const std::string& name, const std::string& value, const std::string& type,
                         const std::string& id) {
     std::string sid = id.empty() ? name : id;
-    return "<setting ID=\"" + sid + "\"><name>" + name + "</name><" + type + "><value>" + value + "</value></" +
-           type + "></setting>";
+    return "<setting ID=\"" + sid + "\"><name>" + name + "</name><" + type + "><value>" + value +
+           "</value></" + type + "></setting>";
 }
 
 std::string aim_group(const std::string& name, const std::string& content, const std::string& suppress_if) {

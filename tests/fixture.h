@@ -21,23 +21,27 @@ std::string read_file(const std::string& path);
 void write_file(const std::string& path, const std::string& content);
 
 class IngestTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override;
     void TearDown() override;
 
     // Loads a machine directory (below the source tree when relative) into the simulated
-    // controller and copies its files into the sysroot.
+    // controller and copies its files into the sysroot. When the machine has "pcis", they
+    // replace the rows of "PCIs" (otherwise rows added with add_pci stay).
     void load_machine(const std::string& dir);
-    // Loads a machine from JSON text (files, if any, are written with write_sysroot_file).
+    // Loads a machine from JSON text (files, if any, are written with write_sysroot_file);
+    // "pcis" as for load_machine.
     void load_machine_json(const std::string& json);
+    void load_machine_pcis();
     // Adds one "PCIs" row; `columns` as "Column=value" pairs joined by commas is awkward,
     // so this takes SQL literal values by column name.
     void add_pci(const std::vector<std::pair<std::string, std::string>>& columns);
     // A "PCIs" row for segment 0 and the given bus, device and function with the usual
     // keys: DevKey = bus<<16 | device<<8 (device key), FunKey = bus<<16|device<<8|function.
     void add_pci_function(unsigned bus, unsigned device, unsigned function, unsigned vendor = 0x8086,
-                          unsigned device_id = 0x1572, unsigned subvendor = 0x8086, unsigned subdevice = 0x0001,
-                          unsigned slot = 1, unsigned fun_type = 7, unsigned location = 0);
+                          unsigned device_id = 0x1572, unsigned subvendor = 0x8086,
+                          unsigned subdevice = 0x0001, unsigned slot = 1, unsigned fun_type = 7,
+                          unsigned location = 0);
 
     // Writes `xml` to a file of the sysroot and runs parse_aim on its controller path.
     int run_xml(const std::string& xml);
@@ -69,11 +73,13 @@ std::string aim_doc(const std::string& body);
 // One config element with an address and a "PCI Generic Information" group whose content
 // is `generic` (settings and sub-groups).
 std::string aim_config(const std::string& id, const std::string& bus, const std::string& device,
-                       const std::string& function, const std::string& generic, const std::string& segment = "0");
+                       const std::string& function, const std::string& generic,
+                       const std::string& segment = "0");
 // A setting element of the given data type ("text_data", "numeric_data", ...).
-std::string aim_setting(const std::string& name, const std::string& value, const std::string& type = "text_data",
-                        const std::string& id = std::string());
+std::string aim_setting(const std::string& name, const std::string& value,
+                        const std::string& type = "text_data", const std::string& id = std::string());
 // A group element with the given content.
-std::string aim_group(const std::string& name, const std::string& content, const std::string& suppress_if = "");
+std::string aim_group(const std::string& name, const std::string& content,
+                      const std::string& suppress_if = "");
 
 }  // namespace testutil
