@@ -8,6 +8,7 @@
 #include "ingest/text.h"
 #include "platform/kora_log.h"
 #include "platform/vqm_db.h"
+#include "writers/columns.h"
 
 namespace aim_parser {
 namespace {
@@ -98,13 +99,11 @@ std::vector<aim_hc_card> builtin_cards() {
 
 bool id_matches(uint16_t row, uint16_t asked) { return row == asked || row == any_id; }
 
-// "%04X%04X" of two PCI ids.
-void software_id(char (&out)[16], unsigned a, unsigned b) { snprintf(out, sizeof out, "%04X%04X", a, b); }
-
 // Writes the "PldmDeviceFirmware" row of a card that is updated over PLDM; the ids are
-// the table row's, so that every riser of one kind reports the same software id.
-int insert_pldm_row(_vqm_db_handle_t* db, vqm_db_content_values_t* cv, aim_pci_key_unit* key,
-                    aim_hc_card* card, unsigned func_key) {
+// the table row's, so that every riser of one kind reports the same software id. The
+// outcome is logged as the warning `failed` or the information `done`.
+void insert_pldm_row(_vqm_db_handle_t* db, vqm_db_content_values_t* cv, aim_pci_key_unit* key,
+                     aim_hc_card* card, unsigned func_key, const char* failed, const char* done) {
     char swid[16];
     software_id(swid, card->subsystem_vendor_id, card->subsystem_device_id);
     vqm_db_content_clear(cv);
@@ -122,7 +121,11 @@ int insert_pldm_row(_vqm_db_handle_t* db, vqm_db_content_values_t* cv, aim_pci_k
     vqm_db_content_put_text(cv, "SoftwareID", swid);
     vqm_db_content_put_text(cv, "VersionString", "N/A");
     vqm_db_content_put_text(cv, "ReleaseDate", "N/A");
-    return vqm_db_insert(db, "PldmDeviceFirmware", cv, 0, 0);
+    if (vqm_db_insert(db, "PldmDeviceFirmware", cv, 0, 0) != 0) {
+        kora_log::logWarn("%s", failed);
+    } else {
+        kora_log::logInfo("%s", done);
+    }
 }
 
 }  // namespace
@@ -165,12 +168,11 @@ void parser::init_hc_cards() {
     hc_idx = -1;
     unsigned n = vqmdb_get_hc_card_count();
     for (unsigned i = 0; i < n; ++i) {
+        // The platform's name field need not be terminated: make_card reads it no further
+        // than the card's own name field holds.
         const vqmdb_hc_card_t& e = hc_card_table[i];
-        char name[sizeof e.name + 1];
-        memcpy(name, e.name, sizeof e.name);
-        name[sizeof e.name] = '\0';
         hc_cards.push_back(make_card(e.vendor_id, e.device_id, e.subsystem_vendor_id, e.subsystem_device_id,
-                                     name, "N/A", save_hc_info));
+                                     e.name, "N/A", save_hc_info));
     }
     for (const aim_hc_card& b : builtin_cards()) {
         int i = hc_find(b.vendor_id, b.device_id, b.subsystem_vendor_id, b.subsystem_device_id);
@@ -231,6 +233,15 @@ void parser::save_hc_info(parser*, _vqm_db_handle_t* db, vqm_db_content_values_t
                           aim_hc_card* card, unsigned int index, unsigned int func_key, AdapterInfo* info) {
     info->oob_src = 8;
     copy_text(info->card_name, sizeof info->card_name, card->name);
+    // A failed row is logged with its kind ("VPD", "MISC" or "FW"), the slot and the index.
+    auto insert = [&](const char* table, const char* kind) {
+        int rc = vqm_db_insert(db, table, cv, 0, 0);
+        if (rc != 0) {
+            kora_log::logWarn(
+                "AIM PARSER: failed to insert hard code card %s Info, Slot = %d, Index = %d, rc = %d\n", kind,
+                key->slot, index, rc);
+        }
+    };
 
     vqm_db_content_clear(cv);
     vqm_db_content_put_text(cv, "UUID", "N/A");
@@ -244,33 +255,12 @@ void parser::save_hc_info(parser*, _vqm_db_handle_t* db, vqm_db_content_values_t
     vqm_db_content_put_uint(cv, "HardwareTypeId", 3);
     vqm_db_content_put_uint(cv, "SlotNo", key->slot);
     vqm_db_content_put_uint(cv, "Location", key->location);
-    int rc = vqm_db_insert(db, "VPDs", cv, 0, 0);
-    if (rc != 0) {
-        kora_log::logWarn(
-            "AIM PARSER: failed to insert hard code card VPD Info, Slot = %d, Index = %d, rc = %d\n",
-            key->slot, index, rc);
-    }
+    insert("VPDs", "VPD");
 
     vqm_db_content_clear(cv);
-    vqm_db_content_put_uint(cv, "SegNo", key->segment);
-    vqm_db_content_put_uint(cv, "BusNo", key->bus);
-    vqm_db_content_put_uint(cv, "DeviceNo", key->device);
-    vqm_db_content_put_uint(cv, "FunctionNo", key->function + index);
-    vqm_db_content_put_uint(cv, "NodeNo", key->node_index);
-    vqm_db_content_put_uint(cv, "SlotNo", key->slot);
-    vqm_db_content_put_uint(cv, "PCIKey", key->dev_key);
-    vqm_db_content_put_uint(cv, "PCIFuncKey", func_key);
-    vqm_db_content_put_text(cv, "MaxDataWidth", "16");
-    vqm_db_content_put_text(cv, "ConnectorLayout", "0");
-    vqm_db_content_put_text(cv, "PackageType", "9");
-    vqm_db_content_put_text(cv, "OtherPackageType", "N/A");
-    vqm_db_content_put_text(cv, "AIMSpecVersion", "2.00");
-    rc = vqm_db_insert(db, "PCIMisc", cv, 0, 0);
-    if (rc != 0) {
-        kora_log::logWarn(
-            "AIM PARSER: failed to insert hard code card MISC Info, Slot = %d, Index = %d, rc = %d\n",
-            key->slot, index, rc);
-    }
+    put_key_columns(cv, key, index, func_key);
+    put_placeholder_misc_columns(cv);
+    insert("PCIMisc", "MISC");
 
     char swid[16];
     software_id(swid, key->subsystem_vendor_id, key->subsystem_device_id);
@@ -285,34 +275,25 @@ void parser::save_hc_info(parser*, _vqm_db_handle_t* db, vqm_db_content_values_t
     vqm_db_content_put_text(cv, "SoftwareID", swid);
     vqm_db_content_put_uint(cv, "HardwareId", key->hardware_id + index);
     vqm_db_content_put_uint(cv, "HardwareTypeId", 3);
-    rc = vqm_db_insert(db, "Firmwares", cv, 0, 0);
-    if (rc != 0) {
-        kora_log::logWarn(
-            "AIM PARSER: failed to insert hard code card FW Info, Slot = %d, Index = %d, rc = %d\n",
-            key->slot, index, rc);
-    }
+    insert("Firmwares", "FW");
 }
 
 void parser::save_young_riser_info(parser* p, _vqm_db_handle_t* db, vqm_db_content_values_t* cv,
                                    aim_pci_key_unit* key, aim_hc_card* card, unsigned int index,
                                    unsigned int func_key, AdapterInfo* info) {
     save_hc_info(p, db, cv, key, card, index, func_key, info);
-    if (insert_pldm_row(db, cv, key, card, func_key) != 0) {
-        kora_log::logWarn("AIM PARSER: failed to insert young riser to PLDM Adapter Information");
-    } else {
-        kora_log::logInfo("AIM PARSER: success to insert young riser to PLDM Adapter Information");
-    }
+    insert_pldm_row(db, cv, key, card, func_key,
+                    "AIM PARSER: failed to insert young riser to PLDM Adapter Information",
+                    "AIM PARSER: success to insert young riser to PLDM Adapter Information");
 }
 
 void parser::save_hc_info_with_pldm(parser* p, _vqm_db_handle_t* db, vqm_db_content_values_t* cv,
                                     aim_pci_key_unit* key, aim_hc_card* card, unsigned int index,
                                     unsigned int func_key, AdapterInfo* info) {
     save_hc_info(p, db, cv, key, card, index, func_key, info);
-    if (insert_pldm_row(db, cv, key, card, func_key) != 0) {
-        kora_log::logWarn("AIM PARSER: failed to insert the device to PLDM Firmware Table");
-    } else {
-        kora_log::logInfo("AIM PARSER: success to insert tha device to PLDM Firmware Table");
-    }
+    insert_pldm_row(db, cv, key, card, func_key,
+                    "AIM PARSER: failed to insert the device to PLDM Firmware Table",
+                    "AIM PARSER: success to insert tha device to PLDM Firmware Table");
 }
 
 // The catch-all: no table rows, only the adapter's name and connector for "PCIAdapter".
@@ -334,8 +315,7 @@ void parser::save_aim_not_support_info(parser* p, _vqm_db_handle_t* db, vqm_db_c
         copy_text(info->card_name, sizeof info->card_name, "VGA Display Controller");
         info->oob_src = 8;
     } else {
-        snprintf(info->card_name, sizeof info->card_name, "Adapter %02X:%02X:%02X.%02X", key->segment,
-                 key->bus, key->device, key->function);
+        copy_text(info->card_name, sizeof info->card_name, adapter_address_name(key).c_str());
     }
     info->aim_supported = 0;
     kora_log::logInfo("AIM PARSER: [No AIM Support] slot = %u, name = %s, table: PCIAdapter\n", key->slot,

@@ -5,12 +5,14 @@
 #include <stdio.h>
 
 #include <map>
+#include <string>
 #include <vector>
 
 #include "cards/vnic_data.h"
 #include "ingest/parser.h"
 #include "platform/datastore.h"
 #include "platform/kora_log.h"
+#include "writers/columns.h"
 
 namespace aim_parser {
 namespace {
@@ -102,42 +104,18 @@ void read_vnic_data(parser& p, _vqm_db_handle_t* db, vnic_map& found) {
     DSClose(ds);
 }
 
-void put_key_columns(vqm_db_content_values_t* cv, const aim_pci_key_unit& k) {
-    vqm_db_content_put_uint(cv, "SegNo", k.segment);
-    vqm_db_content_put_uint(cv, "BusNo", k.bus);
-    vqm_db_content_put_uint(cv, "DeviceNo", k.device);
-    vqm_db_content_put_uint(cv, "FunctionNo", k.function);
-    vqm_db_content_put_uint(cv, "NodeNo", k.node_index);
-    vqm_db_content_put_uint(cv, "SlotNo", k.slot);
-    vqm_db_content_put_uint(cv, "PCIKey", k.dev_key);
-    vqm_db_content_put_uint(cv, "PCIFuncKey", k.func_key);
-}
-
 // The rows of one vNIC-capable function, `n` its place among its device's functions.
 void write_vnic_function(parser& p, _vqm_db_handle_t* db, vnic_pci_info& v, unsigned n) {
     vqm_db_content_values_t* cv = p.cv;
     aim_pci_key_unit& k = v.key;
-    char name[128];
-    snprintf(name, sizeof name, "Adapter %02X:%02X:%02X.%02X", k.segment, k.bus, k.device, k.function);
+    std::string name = adapter_address_name(&k);
     unsigned short slot_type = 0;
     p.get_pci_slot_type_by_pfa(db, &k, &slot_type, nullptr, 0);
     char connector[16];
     snprintf(connector, sizeof connector, "%d", slot_type);
 
     vqm_db_content_clear(cv);
-    vqm_db_content_put_uint(cv, "SegNo", k.segment);
-    vqm_db_content_put_uint(cv, "BusNo", k.bus);
-    vqm_db_content_put_uint(cv, "DeviceNo", k.device);
-    vqm_db_content_put_uint(cv, "FunctionNo", k.function);
-    vqm_db_content_put_uint(cv, "NodeNo", k.node_index);
-    vqm_db_content_put_uint(cv, "SlotNo", k.slot);
-    vqm_db_content_put_text(cv, "CardName", name);
-    vqm_db_content_put_text(cv, "ConnectorType", connector);
-    vqm_db_content_put_uint(cv, "AIMSupported", 2);
-    vqm_db_content_put_uint(cv, "OOBSrc", 8);
-    vqm_db_content_put_uint(cv, "PCIKey", k.dev_key);
-    vqm_db_content_put_uint(cv, "PCIFuncKey", k.func_key);
-    vqm_db_content_put_uint(cv, "Location", k.location);
+    put_adapter_columns(cv, &k, name.c_str(), connector, 2, 8);
     if (vqm_db_insert(db, "PCIAdapter", cv, 0, 0) != 0) {
         kora_log::logWarn(
             "AIM PARSER: failed to insert PCI Adapter Information for vnic data, bus: %2X, device: %2X, "
@@ -145,10 +123,11 @@ void write_vnic_function(parser& p, _vqm_db_handle_t* db, vnic_pci_info& v, unsi
             k.bus, k.device, k.function);
         return;
     }
-    kora_log::logInfo("AIM PARSER: [VNIC Support] slot = %u, name = %s, table: PCIAdapter", k.slot, name);
+    kora_log::logInfo("AIM PARSER: [VNIC Support] slot = %u, name = %s, table: PCIAdapter", k.slot,
+                      name.c_str());
 
     vqm_db_content_clear(cv);
-    put_key_columns(cv, k);
+    put_key_columns(cv, &k);
     vqm_db_content_put_text(cv, "ConnectorLayout", connector);
     vqm_db_content_put_uint(cv, "Idx", n);
     vqm_db_content_put_uint(cv, "NumberofLogicalPorts", 1);
@@ -163,7 +142,7 @@ void write_vnic_function(parser& p, _vqm_db_handle_t* db, vnic_pci_info& v, unsi
     }
 
     vqm_db_content_clear(cv);
-    put_key_columns(cv, k);
+    put_key_columns(cv, &k);
     vqm_db_content_put_text(cv, "PermanentAddress", v.mac);
     vqm_db_content_put_uint(cv, "PhyIdx", n);
     vqm_db_content_put_uint(cv, "Ethernet", 1);
@@ -177,7 +156,7 @@ void write_vnic_function(parser& p, _vqm_db_handle_t* db, vnic_pci_info& v, unsi
     }
 
     vqm_db_content_clear(cv);
-    put_key_columns(cv, k);
+    put_key_columns(cv, &k);
     vqm_db_content_put_uint(cv, "NumberofPhysicalPorts", 1);
     vqm_db_content_put_uint(cv, "MaxNumberofLogicalPorts", 1);
     rc = vqm_db_insert(db, "PCINetwork", cv, 0, 0);

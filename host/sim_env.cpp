@@ -76,6 +76,4 @@ void load_vendor_ids(const host::machine&, const nlohmann::json& value) {
 HOST_MACHINE_SECTION("env", load_env);
 HOST_MACHINE_SECTION("server_maker_vendor_ids", load_vendor_ids);
 
-uint16_t platform_server_maker_vendor_id(unsigned which) {
-    return which < 2 ? vendor_ids[which] : 0;
-}
+uint16_t platform_server_maker_vendor_id(unsigned which) { return which < 2 ? vendor_ids[which] : 0; }

@@ -80,13 +80,9 @@ struct mctp_eid_table {
     std::vector<endpoint> entries;
 };
 
-extern "C" int vqmdb_get_pci_seg_bits(int) {
-    return seg_bits();
-}
+extern "C" int vqmdb_get_pci_seg_bits(int) { return seg_bits(); }
 
-mctp_eid_table_t* MctpEidTableGet(int) {
-    return new mctp_eid_table{endpoints()};
-}
+mctp_eid_table_t* MctpEidTableGet(int) { return new mctp_eid_table{endpoints()}; }
 
 uint8_t MctpGetEid(mctp_eid_table_t* table, int bits, uint8_t segment, uint8_t bus, uint8_t device,
                    uint8_t function) {
@@ -101,6 +97,4 @@ uint8_t MctpGetEid(mctp_eid_table_t* table, int bits, uint8_t segment, uint8_t b
     return 0;
 }
 
-void MctpEidTableFree(mctp_eid_table_t* table) {
-    delete table;
-}
+void MctpEidTableFree(mctp_eid_table_t* table) { delete table; }

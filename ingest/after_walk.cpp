@@ -11,6 +11,7 @@
 #include "ingest/text.h"
 #include "platform/cio.h"
 #include "platform/kora_log.h"
+#include "writers/columns.h"
 
 namespace aim_parser {
 namespace {
@@ -140,18 +141,6 @@ void gather_amd(parser& p, _vqm_db_handle_t* db, aim_pci_key_unit& key, gpu_stat
     }
 }
 
-void put_key_columns(vqm_db_content_values_t* cv, const aim_pci_key_unit& key, unsigned index,
-                     unsigned func_key) {
-    vqm_db_content_put_uint(cv, "SegNo", key.segment);
-    vqm_db_content_put_uint(cv, "BusNo", key.bus);
-    vqm_db_content_put_uint(cv, "DeviceNo", key.device);
-    vqm_db_content_put_uint(cv, "FunctionNo", key.function + index);
-    vqm_db_content_put_uint(cv, "NodeNo", key.node_index);
-    vqm_db_content_put_uint(cv, "SlotNo", key.slot);
-    vqm_db_content_put_uint(cv, "PCIKey", key.dev_key);
-    vqm_db_content_put_uint(cv, "PCIFuncKey", func_key);
-}
-
 // A gathered id, or the function's own where the sources left it 0.
 unsigned id_or(uint32_t gathered, uint16_t own) { return gathered != 0 ? gathered : own; }
 
@@ -270,39 +259,23 @@ void write_gpu_rows(parser& p, _vqm_db_handle_t* db, const aim_pci_key_unit& key
     }
 
     vqm_db_content_clear(cv);
-    put_key_columns(cv, key, index, func_key);
-    vqm_db_content_put_text(cv, "MaxDataWidth", "16");
-    vqm_db_content_put_text(cv, "ConnectorLayout", "0");
-    vqm_db_content_put_text(cv, "PackageType", "9");
-    vqm_db_content_put_text(cv, "OtherPackageType", "N/A");
-    vqm_db_content_put_text(cv, "AIMSpecVersion", "2.00");
-    rc = vqm_db_insert(db, "PCIMisc", cv, 0, 0);
-    if (rc != 0)
-        kora_log::logWarn(
-            "AIM PARSER: failed to insert AIM-not-supported PCI Adapter MISC Information, rc=%d", rc);
+    put_key_columns(cv, &key, index, func_key);
+    put_placeholder_misc_columns(cv);
+    insert_row(db, "PCIMisc", cv, "AIM-not-supported PCI Adapter MISC Information");
 
     vqm_db_content_clear(cv);
-    put_key_columns(cv, key, index, func_key);
+    put_key_columns(cv, &key, index, func_key);
     vqm_db_content_put_uint(cv, "NumberofPhysicalPorts", 1);
     vqm_db_content_put_uint(cv, "MaxNumberofLogicalPorts", 1);
-    rc = vqm_db_insert(db, "PCINetwork", cv, 0, 0);
-    if (rc != 0) {
-        kora_log::logWarn(
-            "AIM PARSER: failed to insert AIM-not-supported PCI Adapter Network Information, rc=%d", rc);
-    }
+    insert_row(db, "PCINetwork", cv, "AIM-not-supported PCI Adapter Network Information");
 
     vqm_db_content_clear(cv);
-    put_key_columns(cv, key, index, func_key);
+    put_key_columns(cv, &key, index, func_key);
     vqm_db_content_put_uint(cv, "Idx", index + 1);
     vqm_db_content_put_uint(cv, "NumberofLogicalPorts", 1);
     vqm_db_content_put_text(cv, "PermanentAddress", "N/A");
     vqm_db_content_put_text(cv, "ConnectorLayout", "0");
-    rc = vqm_db_insert(db, "PCIPhysicalPort", cv, 0, 0);
-    if (rc != 0) {
-        kora_log::logWarn(
-            "AIM PARSER: failed to insert AIM-not-supported PCI Adapter Physical Port Information, rc=%d",
-            rc);
-    }
+    insert_row(db, "PCIPhysicalPort", cv, "AIM-not-supported PCI Adapter Physical Port Information");
 
     vqm_db_content_clear(cv);
     vqm_db_content_put_int(cv, "PCIFuncKey", static_cast<int32_t>(func_key));
@@ -311,16 +284,11 @@ void write_gpu_rows(parser& p, _vqm_db_handle_t* db, const aim_pci_key_unit& key
     vqm_db_content_put_int(cv, "LinkSpeed", 0);
     vqm_db_content_put_int(cv, "TxUtil", 0);
     vqm_db_content_put_int(cv, "RxUtil", 0);
-    rc = vqm_db_insert(db, "PCIPhysicalPortStat", cv, 0, 0);
-    if (rc != 0) {
-        kora_log::logWarn(
-            "AIM PARSER: failed to insert AIM-not-supported PCI Adapter Physical Port State Information, "
-            "rc=%d",
-            rc);
-    }
+    insert_row(db, "PCIPhysicalPortStat", cv,
+               "AIM-not-supported PCI Adapter Physical Port State Information");
 
     vqm_db_content_clear(cv);
-    put_key_columns(cv, key, index, func_key);
+    put_key_columns(cv, &key, index, func_key);
     vqm_db_content_put_uint(cv, "MaxDataSize", 12000);
     vqm_db_content_put_text(cv, "PermanentAddress", "000000000000");
     vqm_db_content_put_text(cv, "NetworkAddresses", "000000000000");
@@ -333,24 +301,17 @@ void write_gpu_rows(parser& p, _vqm_db_handle_t* db, const aim_pci_key_unit& key
     vqm_db_content_put_text(cv, "Ethernet", "1");
     vqm_db_content_put_text(cv, "FCoEFC", "0");
     vqm_db_content_put_text(cv, "iSCSI", "0");
-    rc = vqm_db_insert(db, "PCILogicalPort", cv, 0, 0);
-    if (rc != 0) {
-        // The statistics row's message, on purpose.
-        kora_log::logWarn(
-            "AIM PARSER: failed to insert AIM-not-supported PCI Adapter Physical Port State Information, "
-            "rc=%d",
-            rc);
-    }
+    // The statistics row's message, on purpose.
+    insert_row(db, "PCILogicalPort", cv, "AIM-not-supported PCI Adapter Physical Port State Information");
 
     // UBB and second-family GPUs are identified by their subsystem ids, the others by their
     // vendor and device ids.
     char swid[16];
     if (g.ubb || g.kelpie) {
-        snprintf(swid, sizeof swid, "%04X%04X", id_or(info.subsystem_vendor_id, key.subsystem_vendor_id),
-                 id_or(info.subsystem_device_id, key.subsystem_device_id));
+        software_id(swid, id_or(info.subsystem_vendor_id, key.subsystem_vendor_id),
+                    id_or(info.subsystem_device_id, key.subsystem_device_id));
     } else {
-        snprintf(swid, sizeof swid, "%04X%04X", id_or(info.vendor_id, key.vendor_id),
-                 id_or(info.device_id, key.device_id));
+        software_id(swid, id_or(info.vendor_id, key.vendor_id), id_or(info.device_id, key.device_id));
     }
     vqm_db_content_clear(cv);
     vqm_db_content_put_text(cv, "FirmwareName", "Software Bundle");
@@ -375,13 +336,8 @@ void write_gpu_rows(parser& p, _vqm_db_handle_t* db, const aim_pci_key_unit& key
         }
     }
 
-    if (g.ubb) {
-        char pldm_swid[16];
-        snprintf(pldm_swid, sizeof pldm_swid, "%04X%04X",
-                 id_or(info.subsystem_vendor_id, key.subsystem_vendor_id),
-                 id_or(info.subsystem_device_id, key.subsystem_device_id));
-        write_ubb_pldm_row(p, db, key, func_key, name, g, pldm_swid);
-    }
+    // A UBB GPU's software id is already the one of its subsystem ids.
+    if (g.ubb) write_ubb_pldm_row(p, db, key, func_key, name, g, swid);
 }
 
 // One present function without AIM data. Only one pass is made per GPU device (at its
@@ -416,14 +372,7 @@ void handle_function(parser& p, _vqm_db_handle_t* db, aim_pci_key_unit& key,
     std::string name;
     std::vector<unsigned> keys;
     if (gpu_adapter) {
-        if (!g.live.product_name.empty()) {
-            name = g.live.product_name;
-        } else {
-            char fallback[32];
-            snprintf(fallback, sizeof fallback, "Adapter %02X:%02X:%02X.%02X", key.segment, key.bus,
-                     key.device, key.function);
-            name = fallback;
-        }
+        name = g.live.product_name.empty() ? adapter_address_name(&key) : g.live.product_name;
         p.find_pci_func_keys(db, key.vendor_id, key.subsystem_vendor_id, key.subsystem_device_id, key.segment,
                              key.bus, key.device, static_cast<unsigned short>(key.function_type), keys);
     } else {

@@ -6,6 +6,7 @@
 
 #include "ingest/parser.h"
 #include "platform/kora_log.h"
+#include "writers/columns.h"
 
 namespace aim_parser {
 
@@ -23,8 +24,6 @@ const char* setting_value(const group* grp, const char* name) {
 
 bool contains(const char* text, const char* part) { return text && strstr(text, part) != nullptr; }
 
-bool suppressed(const group* grp) { return grp->suppress_if == "true"; }
-
 // A pfa text converted in automatic base ("0x3b", "59" and "073" are all 59), kept in 8 bits.
 uint8_t pfa_number(const std::string& text) { return (uint8_t)strtoul(text.c_str(), nullptr, 0); }
 
@@ -37,10 +36,6 @@ bool is_non_raid_m2(const char* card_name) {
         if (contains(card_name, mark)) return true;
     }
     return false;
-}
-
-void put_text_if(vqm_db_content_values_t* cv, const char* column, const char* value) {
-    if (value) vqm_db_content_put_text(cv, column, value);
 }
 
 }  // namespace
@@ -111,7 +106,7 @@ bool parser::parse_config(_vqm_db_handle_t* db, config* cfg) {
         non_raid_m2 = is_non_raid_m2(card_name);
         const char* serial = setting_value(generic, "Serial Number");
         for (group* drive : drives) {
-            if (suppressed(drive)) continue;
+            if (is_suppressed(drive)) continue;
             // A flag holds when any drive group of the config reports it.
             bool hs = false, second = false, third = false;
             parse_disk_info(db, drive, &key, serial, &hs, &second, &third);
@@ -132,19 +127,7 @@ bool parser::parse_config(_vqm_db_handle_t* db, config* cfg) {
     }
 
     vqm_db_content_clear(cv);
-    vqm_db_content_put_uint(cv, "SegNo", key.segment);
-    vqm_db_content_put_uint(cv, "BusNo", key.bus);
-    vqm_db_content_put_uint(cv, "DeviceNo", key.device);
-    vqm_db_content_put_uint(cv, "FunctionNo", key.function);
-    vqm_db_content_put_uint(cv, "NodeNo", key.node_index);
-    vqm_db_content_put_uint(cv, "SlotNo", key.slot);
-    put_text_if(cv, "CardName", card_name);
-    put_text_if(cv, "ConnectorType", connector);
-    vqm_db_content_put_uint(cv, "AIMSupported", 1);
-    vqm_db_content_put_uint(cv, "OOBSrc", 1);
-    vqm_db_content_put_uint(cv, "PCIKey", key.dev_key);
-    vqm_db_content_put_uint(cv, "PCIFuncKey", key.func_key);
-    vqm_db_content_put_uint(cv, "Location", key.location);
+    put_adapter_columns(cv, &key, card_name, connector, 1, 1);
 
     // The duplicate check compares the address texts as the file wrote them. A condition
     // that does not fit the buffer is never cut: it counts as a failed lookup, which the
@@ -185,14 +168,7 @@ bool parser::parse_config(_vqm_db_handle_t* db, config* cfg) {
                       key.func_key);
 
     vqm_db_content_clear(cv);
-    vqm_db_content_put_uint(cv, "SegNo", key.segment);
-    vqm_db_content_put_uint(cv, "BusNo", key.bus);
-    vqm_db_content_put_uint(cv, "DeviceNo", key.device);
-    vqm_db_content_put_uint(cv, "FunctionNo", key.function);
-    vqm_db_content_put_uint(cv, "NodeNo", key.node_index);
-    vqm_db_content_put_uint(cv, "SlotNo", key.slot);
-    vqm_db_content_put_uint(cv, "PCIKey", key.dev_key);
-    vqm_db_content_put_uint(cv, "PCIFuncKey", key.func_key);
+    put_key_columns(cv, &key);
     int optional = 0;
     if (const char* width = setting_value(generic, "Max Data Width")) {
         // The integer value of the setting, read in automatic base like numeric settings.
@@ -226,10 +202,8 @@ bool parser::parse_config(_vqm_db_handle_t* db, config* cfg) {
         check_raid_sen(db, &key);
         char hw_where[64];
         snprintf(hw_where, sizeof(hw_where), "HardwareId=%u AND HardwareTypeId=0", key.hardware_id);
-        int rc = vqm_db_delete(db, "VPDs", hw_where, 0, 0, 0);
-        if (rc != 0) kora_log::logErr("failed to delete LSI Raid Controller VPD Info, rc=%d", rc);
-        rc = vqm_db_delete(db, "Firmwares", hw_where, 0, 0, 0);
-        if (rc != 0) kora_log::logErr("failed to delete LSI Raid Controller Firmware Info, rc=%d", rc);
+        delete_rows(db, "VPDs", hw_where, "LSI Raid Controller VPD Info");
+        delete_rows(db, "Firmwares", hw_where, "LSI Raid Controller Firmware Info");
     }
 
     insert_aim_vpd_info(db, generic, &key);
@@ -237,7 +211,7 @@ bool parser::parse_config(_vqm_db_handle_t* db, config* cfg) {
     std::vector<group*> firmwares;
     generic->get_group(firmware_group, firmwares);
     for (size_t i = 0; i < firmwares.size(); ++i) {
-        if (!suppressed(firmwares[i])) parse_firmware_info(db, firmwares[i], &key, i == 0);
+        if (!is_suppressed(firmwares[i])) parse_firmware_info(db, firmwares[i], &key, i == 0);
     }
 
     // Broadcom functions of type 8 are re-typed to 0 once their rows are written.

@@ -9,6 +9,7 @@
 #include "ingest/parser.h"
 #include "platform/kora_log.h"
 #include "platform/storage.h"
+#include "writers/columns.h"
 
 namespace aim_parser {
 
@@ -18,15 +19,6 @@ namespace {
 const int first_ctrl_drive_type = 3;
 const int second_ctrl_drive_type = 4;
 const int drive_slots = 4;
-
-// Deletes the rows of `table` matching `where` (null: all rows); on failure logs
-// "failed to delete <what>, rc=<code>".
-bool delete_rows(_vqm_db_handle_t* db, const char* table, const char* where, const char* what) {
-    int rc = vqm_db_delete(db, table, where, 0, 0, 0);
-    if (rc == 0) return true;
-    kora_log::logErr("failed to delete %s, rc=%d", what, rc);
-    return false;
-}
 
 // Removes the NVIDIA rows of `table` whose GPU the "PCIs" table no longer lists. A failure
 // is only logged (with the VPDs text for both tables, as the message always read).
@@ -68,12 +60,12 @@ bool parser::wipe(_vqm_db_handle_t* db) {
     snprintf(kept_gpu, sizeof(kept_gpu), "((%s=%d OR %s=%d) AND Manufacture!='%s') OR Manufacture IS NULL",
              "HardwareTypeId", 3, "HardwareTypeId", 0, "NVIDIA");
 
-    if (!delete_rows(db, "PCIAdapter", nullptr, "PCI Adapter Table")) return false;
+    if (delete_rows(db, "PCIAdapter", nullptr, "PCI Adapter Table") != 0) return false;
     delete_absent_nvidia_rows(db, "VPDs");
-    if (!delete_rows(db, "VPDs", kept_gpu, "PCI VPD Info")) return false;
-    if (!delete_rows(db, "PCIMisc", nullptr, "PCI Misc Info")) return false;
+    if (delete_rows(db, "VPDs", kept_gpu, "PCI VPD Info") != 0) return false;
+    if (delete_rows(db, "PCIMisc", nullptr, "PCI Misc Info") != 0) return false;
     delete_absent_nvidia_rows(db, "Firmwares");
-    if (!delete_rows(db, "Firmwares", kept_gpu, "PCI Firmware Info")) return false;
+    if (delete_rows(db, "Firmwares", kept_gpu, "PCI Firmware Info") != 0) return false;
 
     static const char* const tables[][2] = {
         {"PCINetwork", "PCI Network Info"},
@@ -85,7 +77,7 @@ bool parser::wipe(_vqm_db_handle_t* db) {
         {"AimDisks", "Aim Disk Info"},
     };
     for (const auto& t : tables) {
-        if (!delete_rows(db, t[0], nullptr, t[1])) return false;
+        if (delete_rows(db, t[0], nullptr, t[1]) != 0) return false;
     }
 
     // Controller 0 owns volume types 1 and 3, controller 1 types 2 and 4.
@@ -119,11 +111,8 @@ int parser::delete_non_exist_gpu(_vqm_db_handle_t* db, std::vector<unsigned>& ha
         }
         where += ")";
     }
-    int rc = vqm_db_delete(db, "VPDs", where.c_str(), 0, 0, 0);
-    if (rc != 0) kora_log::logErr("failed to delete non-exist gpu info, rc=%d", rc);
-    rc = vqm_db_delete(db, "Firmwares", where.c_str(), 0, 0, 0);
-    if (rc != 0) kora_log::logErr("failed to delete non-exist gpu info, rc=%d", rc);
-    return rc;
+    delete_rows(db, "VPDs", where.c_str(), "non-exist gpu info");
+    return delete_rows(db, "Firmwares", where.c_str(), "non-exist gpu info");
 }
 
 // ---- Drive presence ----

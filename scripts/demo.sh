@@ -34,3 +34,6 @@ ingest server-2u PCIAdapter PCIMisc PCIGPU PCIGPUChip
 ingest rack-2u-nic PCIAdapter PCIMisc VPDs Firmwares PCINetwork PCIPhysicalPort PCIPhysicalPortStat \
     PCILogicalPort PldmDeviceFirmware
 ingest pcie-gpu PCIAdapter VPDs Firmwares
+# A boot adapter whose card VPD memory (256 bytes, then 1 KB) is read over the simulated IPMI path.
+ingest storage-1u VPDs Firmwares PldmDeviceFirmware PCIPhysicalPort
+ingest storage-1u-1k VPDs PldmDeviceFirmware

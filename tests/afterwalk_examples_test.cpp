@@ -14,10 +14,6 @@ namespace {
 
 class ExampleMachine : public awtest::AfterWalkTest {
 protected:
-    int run_example(const std::string& name) {
-        load_machine("examples/machines/" + name);
-        return run_xml(testutil::read_file(testutil::source_path("examples/aim/" + name + ".xml")));
-    }
     std::string cell(const std::string& table, const std::string& column, const std::string& where) {
         auto r = rows(table, where);
         if (r.size() != 1) return "<" + num(static_cast<unsigned>(r.size())) + " rows>";

@@ -1,29 +1,22 @@
 // Helpers shared by the tests of adapters without AIM data: row expectations, present
-// functions with chosen ids, and an AIM file that covers nothing.
+// functions with chosen ids, the simulated A100, and an AIM file that covers nothing.
 #pragma once
 
-#include <map>
 #include <string>
 
 #include "tests/fixture.h"
 
 namespace awtest {
 
-typedef std::map<std::string, std::string> columns;
+using testutil::columns;
+using testutil::expect_columns;
 
-// Every column of `expected` has that value in `row` (an empty expected value: NULL).
-inline void expect_columns(const host::row& row, const columns& expected) {
-    for (const auto& c : expected) {
-        auto it = row.find(c.first);
-        if (c.second.empty()) {
-            EXPECT_TRUE(it == row.end()) << c.first << " is " << it->second;
-        } else if (it == row.end()) {
-            ADD_FAILURE() << c.first << " is NULL, expected " << c.second;
-        } else {
-            EXPECT_EQ(c.second, it->second) << "column " << c.first;
-        }
-    }
-}
+// The keys of the simulated NVIDIA A100 that answers the device query (the inside of its
+// JSON object under "nvidia_gpus").
+const char* const a100 = R"("serial": "1650123456789012", "marketing_name": "NVIDIA A100 80GB PCIe",
+    "part_number": "900-21001-0020-100", "firmware_version": "92.00.36.00.01",
+    "build_date": [21, 1, 35, 32], "vendor_id": "0x10DE", "device_id": "0x20B5",
+    "subsystem_vendor_id": "0x10DE", "subsystem_device_id": "0x1533")";
 
 // An AIM file with one config that matches no present function.
 inline std::string empty_aim() {
@@ -40,12 +33,6 @@ inline std::string num(unsigned v) { return std::to_string(v); }
 
 class AfterWalkTest : public testutil::IngestTest {
 protected:
-    // Lines of the captured log at `level` that begin with `prefix`.
-    size_t logged_prefix(host::log_level level, const std::string& prefix) const {
-        size_t n = 0;
-        for (const auto& m : host::log_captured()) n += m.level == level && m.text.rfind(prefix, 0) == 0;
-        return n;
-    }
     int run_empty() { return run_xml(empty_aim()); }
     void set_designation(unsigned bus, const std::string& text) {
         exec("UPDATE PCIs SET SlotDesignation='" + text + "' WHERE BusNo=" + num(bus));

@@ -21,11 +21,6 @@ using testutil::aim_setting;
 
 namespace {
 
-const char* const a100 = R"({"serial": "1650123456789012", "marketing_name": "NVIDIA A100 80GB PCIe",
-    "part_number": "900-21001-0020-100", "firmware_version": "92.00.36.00.01",
-    "build_date": [21, 1, 35, 32], "vendor_id": "0x10DE", "device_id": "0x20B5",
-    "subsystem_vendor_id": "0x10DE", "subsystem_device_id": "0x1533"})";
-
 const unsigned bus = 0x3B;
 const unsigned fk0 = 0x3B0000;
 
@@ -38,7 +33,7 @@ protected:
     }
     // The machine: "gpu3" answers the device query; `more` adds further keys.
     void load_gpu_machine(const std::string& more = std::string()) {
-        load_machine_json(std::string("{\"nvidia_gpus\": {\"gpu3\": ") + a100 + "}" + more + "}");
+        load_machine_json(std::string("{\"nvidia_gpus\": {\"gpu3\": {") + awtest::a100 + "}}" + more + "}");
         write_sysroot_file("/tmp/.slot3_cioname", "gpu3\n");
     }
     std::string one(const std::string& table, const std::string& column, const std::string& where = "") {

@@ -1,7 +1,6 @@
 // aimctl check and dump run as processes: exit codes, the last line, well-formed output.
 #include <gtest/gtest.h>
 #include <stdlib.h>
-#include <sys/wait.h>
 
 #include <fstream>
 #include <sstream>
@@ -9,29 +8,15 @@
 
 #include "host/sysroot.h"
 #include "platform/sysxml.h"
+#include "tests/fixture.h"
 
 namespace {
 
-struct run_result {
-    int status;
-    std::string out, err;
-};
-
-std::string slurp(const std::string& path) {
-    std::ifstream in(path.c_str());
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
+typedef testutil::aimctl_result run_result;
 
 class AimctlCheckDump : public ::testing::Test {
   protected:
-    run_result run(const std::string& args) {
-        std::string out = sys.dir() + "/out.txt", err = sys.dir() + "/err.txt";
-        std::string cmd = std::string(AIM_BIN_DIR "/aimctl ") + args + " >" + out + " 2>" + err;
-        int rc = system(cmd.c_str());
-        return {WIFEXITED(rc) ? WEXITSTATUS(rc) : -1, slurp(out), slurp(err)};
-    }
+    run_result run(const std::string& args) { return testutil::run_aimctl(args, sys.dir()); }
     std::string file(const std::string& name, const std::string& content) {
         std::string path = sys.dir() + "/" + name;
         std::ofstream(path.c_str()) << content;

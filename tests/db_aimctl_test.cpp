@@ -1,7 +1,4 @@
 // aimctl init-db, show, ingest and rebuild, run as processes.
-#include <stdio.h>
-#include <sys/wait.h>
-
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -13,28 +10,11 @@ namespace {
 
 using testutil::IngestTest;
 
-struct outcome {
-    int status;
-    std::string out;  // standard output
-    std::string err;  // standard error
-};
+typedef testutil::aimctl_result outcome;
 
 class AimctlDb : public IngestTest {
 protected:
-    outcome aimctl(const std::string& args) {
-        std::string err_file = dir + "/stderr.txt";
-        std::string cmd = std::string(AIM_BIN_DIR) + "/aimctl " + args + " 2>" + err_file;
-        outcome o{-1, "", ""};
-        FILE* p = popen(cmd.c_str(), "r");
-        if (!p) return o;
-        char buf[4096];
-        size_t n;
-        while ((n = fread(buf, 1, sizeof buf, p)) > 0) o.out.append(buf, n);
-        int st = pclose(p);
-        o.status = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
-        o.err = testutil::read_file(err_file);
-        return o;
-    }
+    outcome aimctl(const std::string& args) { return testutil::run_aimctl(args, dir); }
     // A database file with the schema, filled by `sql`.
     std::string make_db(const std::string& sql) {
         std::string path = dir + "/cli.db";

@@ -1,6 +1,8 @@
 #include "tests/fixture.h"
 
+#include <stdio.h>
 #include <stdlib.h>
+#include <sys/wait.h>
 
 #include <filesystem>
 #include <fstream>
@@ -129,6 +131,11 @@ int IngestTest::run_file(const char* controller_path) {
     return rc;
 }
 
+int IngestTest::run_example(const std::string& name) {
+    load_machine("examples/machines/" + name);
+    return run_xml(read_file(source_path("examples/aim/" + name + ".xml")));
+}
+
 std::vector<host::row> IngestTest::rows(const std::string& table, const std::string& where) {
     std::vector<host::row> out;
     std::string err;
@@ -164,6 +171,12 @@ size_t IngestTest::logged_count(const std::string& text) const {
     return n;
 }
 
+size_t IngestTest::logged_prefix(host::log_level level, const std::string& prefix) const {
+    size_t n = 0;
+    for (const auto& m : host::log_captured()) n += m.level == level && m.text.rfind(prefix, 0) == 0;
+    return n;
+}
+
 std::string IngestTest::log_text() const {
     std::string out;
     for (const auto& m : host::log_captured())
@@ -177,6 +190,34 @@ std::string IngestTest::sysroot_file(const char* controller_path) const {
 
 void IngestTest::write_sysroot_file(const char* controller_path, const std::string& content) {
     write_file(sysroot_file(controller_path), content);
+}
+
+void expect_columns(const host::row& row, const columns& expected) {
+    for (const auto& c : expected) {
+        auto it = row.find(c.first);
+        if (c.second.empty()) {
+            EXPECT_TRUE(it == row.end()) << c.first << " is " << it->second;
+        } else if (it == row.end()) {
+            ADD_FAILURE() << c.first << " is NULL, expected " << c.second;
+        } else {
+            EXPECT_EQ(c.second, it->second) << "column " << c.first;
+        }
+    }
+}
+
+aimctl_result run_aimctl(const std::string& args, const std::string& scratch_dir) {
+    aimctl_result r;
+    std::string err_file = scratch_dir + "/aimctl-stderr.txt";
+    std::string cmd = std::string(AIM_BIN_DIR) + "/aimctl " + args + " 2>'" + err_file + "'";
+    FILE* p = popen(cmd.c_str(), "r");
+    if (!p) return r;
+    char buf[4096];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof buf, p)) > 0) r.out.append(buf, n);
+    int st = pclose(p);
+    r.status = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
+    r.err = read_file(err_file);
+    return r;
 }
 
 std::string aim_doc(const std::string& body) {

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -46,6 +47,8 @@ class IngestTest : public ::testing::Test {
     // Writes `xml` to a file of the sysroot and runs parse_aim on its controller path.
     int run_xml(const std::string& xml);
     int run_file(const char* controller_path);
+    // Ingests examples/aim/NAME.xml on the example machine examples/machines/NAME.
+    int run_example(const std::string& name);
 
     // Rows of a table (all columns, as text; NULLs absent), ordered by _id.
     std::vector<host::row> rows(const std::string& table, const std::string& where = std::string());
@@ -56,6 +59,8 @@ class IngestTest : public ::testing::Test {
     bool logged(const std::string& text) const;
     bool logged(host::log_level level, const std::string& text) const;
     size_t logged_count(const std::string& text) const;
+    // How many captured messages of `level` begin with `prefix`.
+    size_t logged_prefix(host::log_level level, const std::string& prefix) const;
     std::string log_text() const;  // every captured message, one a line, "LEVEL text"
 
     // A sysroot file of the controller path (e.g. "/tmp/aim.xml").
@@ -67,6 +72,23 @@ class IngestTest : public ::testing::Test {
     _vqm_db_handle_t* db = nullptr;
     std::vector<host::log_message> messages;  // refreshed by run_* and log queries
 };
+
+// Expected columns of a row by name.
+typedef std::map<std::string, std::string> columns;
+
+// Every column of `expected` has that value in `row` (an empty expected value: NULL).
+void expect_columns(const host::row& row, const columns& expected);
+
+// What a run of aimctl gave: its exit status (-1 when it did not exit) and its output.
+struct aimctl_result {
+    int status = -1;
+    std::string out;  // standard output
+    std::string err;  // standard error
+};
+
+// Runs `aimctl ARGS` (ARGS go through the shell as written); its standard error is kept in
+// a file of `scratch_dir` while it runs.
+aimctl_result run_aimctl(const std::string& args, const std::string& scratch_dir);
 
 // A minimal AIM document around config elements.
 std::string aim_doc(const std::string& body);

@@ -1,8 +1,6 @@
 // `aimctl fru` as a process: its JSON, its exit codes and its messages.
 #include <gtest/gtest.h>
-#include <stdio.h>
 #include <stdlib.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <nlohmann/json.hpp>
@@ -12,10 +10,7 @@
 
 namespace {
 
-struct run_result {
-    int status = -1;
-    std::string out, err;
-};
+typedef testutil::aimctl_result run_result;
 
 class AimctlFru : public ::testing::Test {
 protected:
@@ -26,21 +21,7 @@ protected:
     }
     void TearDown() override { EXPECT_EQ(0, system(("rm -rf '" + dir + "'").c_str())); }
 
-    // Runs `aimctl ARGS` with standard error kept in a file.
-    run_result aimctl(const std::string& args) {
-        run_result r;
-        std::string err_file = dir + "/stderr";
-        std::string cmd = std::string(AIM_BIN_DIR) + "/aimctl " + args + " 2>'" + err_file + "'";
-        FILE* p = popen(cmd.c_str(), "r");
-        if (!p) return r;
-        char buf[4096];
-        size_t n;
-        while ((n = fread(buf, 1, sizeof buf, p)) > 0) r.out.append(buf, n);
-        int st = pclose(p);
-        r.status = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
-        r.err = testutil::read_file(err_file);
-        return r;
-    }
+    run_result aimctl(const std::string& args) { return testutil::run_aimctl(args, dir); }
     std::string image(const std::string& name, const std::string& bytes) {
         std::string path = dir + "/" + name;
         testutil::write_file(path, bytes);

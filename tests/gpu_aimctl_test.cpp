@@ -1,7 +1,4 @@
 // aimctl vnic and aimctl gpu, run as processes.
-#include <stdio.h>
-#include <sys/wait.h>
-
 #include <nlohmann/json.hpp>
 #include <string>
 
@@ -9,28 +6,11 @@
 
 namespace {
 
-struct outcome {
-    int status;
-    std::string out;
-    std::string err;
-};
+typedef testutil::aimctl_result outcome;
 
 class AimctlCards : public testutil::IngestTest {
 protected:
-    outcome aimctl(const std::string& args) {
-        std::string err_file = dir + "/stderr.txt";
-        std::string cmd = std::string(AIM_BIN_DIR) + "/aimctl --log-level err " + args + " 2>" + err_file;
-        outcome o{-1, "", ""};
-        FILE* p = popen(cmd.c_str(), "r");
-        if (!p) return o;
-        char buf[4096];
-        size_t n;
-        while ((n = fread(buf, 1, sizeof buf, p)) > 0) o.out.append(buf, n);
-        int st = pclose(p);
-        o.status = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
-        o.err = testutil::read_file(err_file);
-        return o;
-    }
+    outcome aimctl(const std::string& args) { return testutil::run_aimctl("--log-level err " + args, dir); }
 };
 
 TEST_F(AimctlCards, VnicDecodesTheExampleDataSet) {

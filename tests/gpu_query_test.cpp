@@ -18,17 +18,12 @@ using aim_parser::gpu_dev_info;
 using aim_parser::gpu_info;
 typedef std::vector<std::pair<uint8_t, uint8_t>> requests;
 
-const char* const a100 = R"("serial": "1650123456789012", "marketing_name": "NVIDIA A100 80GB PCIe",
-    "part_number": "900-21001-0020-100", "firmware_version": "92.00.36.00.01",
-    "build_date": [21, 1, 35, 32], "vendor_id": "0x10DE", "device_id": "0x20B5",
-    "subsystem_vendor_id": "0x10DE", "subsystem_device_id": "0x1533")";
-
 class GpuQuery : public awtest::AfterWalkTest {
 protected:
     // Loads one GPU "gpu3" with the A100 identity and the given extra keys (faults).
     void load_gpu(const std::string& extra = std::string(),
                   const std::string& machine_extra = std::string()) {
-        load_machine_json(std::string("{\"nvidia_gpus\": {\"gpu3\": {") + a100 +
+        load_machine_json(std::string("{\"nvidia_gpus\": {\"gpu3\": {") + awtest::a100 +
                           (extra.empty() ? "" : ", " + extra) + "}}" + machine_extra + "}");
     }
     // Runs the whole read with preset fields, and the sleep it took.

@@ -3,7 +3,6 @@
 #include <stdio.h>
 #include <sys/stat.h>
 
-#include <map>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -18,23 +17,10 @@ using testutil::aim_doc;
 using testutil::aim_group;
 using testutil::aim_setting;
 
+using testutil::columns;
+using testutil::expect_columns;
+
 namespace {
-
-typedef std::map<std::string, std::string> columns;
-
-// Every column of `expected` has that value in `row` (an empty expected value: NULL).
-void expect_columns(const host::row& row, const columns& expected) {
-    for (const auto& c : expected) {
-        auto it = row.find(c.first);
-        if (c.second.empty()) {
-            EXPECT_TRUE(it == row.end()) << c.first << " is " << it->second;
-        } else if (it == row.end()) {
-            ADD_FAILURE() << c.first << " is NULL, expected " << c.second;
-        } else {
-            EXPECT_EQ(c.second, it->second) << "column " << c.first;
-        }
-    }
-}
 
 bool exists(const std::string& path) {
     struct stat st;
@@ -49,12 +35,6 @@ const columns bus59_adapter = {
 
 class IngestWalk : public testutil::IngestTest {
 protected:
-    // Lines of the captured log at `level` that begin with `prefix`.
-    size_t logged_prefix(host::log_level level, const std::string& prefix) const {
-        size_t n = 0;
-        for (const auto& m : host::log_captured()) n += m.level == level && m.text.rfind(prefix, 0) == 0;
-        return n;
-    }
     std::string card(const std::string& name) { return aim_setting("Card Name", name); }
 };
 

@@ -53,11 +53,6 @@ protected:
         for (auto& r : rows(table)) out.push_back(r[column]);
         return out;
     }
-    size_t logged_prefix(host::log_level level, const std::string& prefix) const {
-        size_t n = 0;
-        for (const auto& m : host::log_captured()) n += m.level == level && m.text.rfind(prefix, 0) == 0;
-        return n;
-    }
     // Creates the properties database with the given (name, value) rows.
     void properties(const std::vector<std::pair<std::string, std::string>>& props) {
         std::string err;

@@ -21,7 +21,7 @@ std::string firmware(const std::string& version, const std::string& classificati
 }
 
 class Firmware : public testutil::IngestTest {
-  protected:
+protected:
     void SetUp() override {
         IngestTest::SetUp();
         add_pci_function(0x3b, 0, 0, 0x15B3, 0x1017, 0x15B3, 0x0020, 2);
@@ -110,6 +110,15 @@ TEST_F(Firmware, RunningTwiceKeepsOneRowPerIdentity) {
     ASSERT_EQ(0, run_xml(doc));
     ASSERT_EQ(0, run_xml(doc));
     EXPECT_EQ((std::vector<std::string>{"1.0", "2.0"}), column(rows("Firmwares"), "VersionString"));
+}
+
+// Identity texts go into the existence condition unquoted: a double quote breaks the query,
+// which counts as an existing row, and a second statement never runs.
+TEST_F(Firmware, QuotesInIdentityTexts) {
+    ASSERT_EQ(0, run_xml(aim_doc(adapter("0", firmware("1\"; DELETE FROM PCIs; --")) +
+                                 adapter("1", firmware("2.0")))));
+    EXPECT_EQ(2u, count("PCIs"));
+    EXPECT_EQ((std::vector<std::string>{"2.0"}), column(rows("Firmwares"), "VersionString"));
 }
 
 TEST_F(Firmware, InsertFailureLogged) {

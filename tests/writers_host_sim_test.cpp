@@ -12,7 +12,7 @@
 namespace {
 
 class HostSim : public testutil::IngestTest {
-  protected:
+protected:
     // The machine_error message of loading `json`, "" when it loads.
     std::string load_error(const std::string& json) {
         try {

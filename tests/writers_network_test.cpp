@@ -9,7 +9,7 @@ namespace {
 const unsigned fun_key = 0x5e0001;  // bus 0x5e, device 0, function 1
 
 class NetworkPorts : public testutil::IngestTest {
-  protected:
+protected:
     void add_nic(unsigned vendor = 0x8086, unsigned device = 0x1593, unsigned subdevice = 0x0002,
                  unsigned fun_type = 7, unsigned location = 0) {
         add_pci_function(0x5e, 0, 1, vendor, device, vendor, subdevice, 3, fun_type, location);

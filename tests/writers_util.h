@@ -37,12 +37,4 @@ inline std::string col(const host::row& r, const std::string& name) {
     return it == r.end() ? "<null>" : it->second;
 }
 
-// How many captured messages of `level` begin with `prefix`.
-inline size_t logged_prefix(host::log_level level, const std::string& prefix) {
-    size_t n = 0;
-    for (const auto& m : host::log_captured())
-        n += m.level == level && m.text.compare(0, prefix.size(), prefix) == 0;
-    return n;
-}
-
 }  // namespace writers_test

@@ -72,7 +72,7 @@ image vpd_1kb_extended() {
 }
 
 class HardwareVpd : public testutil::IngestTest {
-  protected:
+protected:
     void add_card(unsigned hardware_type = 3, unsigned subvendor = 0xFE00, unsigned subdevice = 0x0301) {
         add_pci_function(0x1a, 0, 0, 0x1B4B, 0x9230, subvendor, subdevice, 6, 7, 2);
         exec("UPDATE PCIs SET HardwareTypeId=" + std::to_string(hardware_type));
@@ -249,17 +249,6 @@ TEST_F(HardwareVpd, Blank256ByteFields) {
     EXPECT_EQ("", col(r, "SerialNo"));
     EXPECT_EQ("AIM-PN", col(r, "PartNo"));
     EXPECT_TRUE(logged("256 Byte Serial Number: "));
-}
-
-// A 12-byte field with no terminator inside it runs on into the next field.
-TEST_F(HardwareVpd, Full256ByteFieldsAreNulTerminatedByTheRead) {
-    add_card();
-    machine(vpd_256(0x01, "PART-NUMBER1", "FRU-NUMBER-1", "SERIAL-NUM-1"));
-    ASSERT_EQ(0, run());
-    auto r = vpd();
-    EXPECT_EQ("PART-NUMBER1", col(r, "PartNo"));
-    EXPECT_EQ("FRU-NUMBER-1", col(r, "FRUNo"));
-    EXPECT_EQ("SERIAL-NUM-1", col(r, "SerialNo"));
 }
 
 TEST_F(HardwareVpd, OneKilobyteVariants) {

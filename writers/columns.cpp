@@ -1,17 +1,70 @@
-// Row-building helpers shared by the group writers.
+// Row helpers shared by the group writers, the walk and the card actions.
 #include "writers/columns.h"
+
+#include <stdio.h>
+
+#include "platform/kora_log.h"
 
 namespace aim_parser {
 
 void put_key_columns(vqm_db_content_values_t* cv, const aim_pci_key_unit* key) {
+    put_key_columns(cv, key, 0, key->func_key);
+}
+
+void put_key_columns(vqm_db_content_values_t* cv, const aim_pci_key_unit* key, unsigned index,
+                     uint32_t func_key) {
+    vqm_db_content_put_uint(cv, "SegNo", key->segment);
+    vqm_db_content_put_uint(cv, "BusNo", key->bus);
+    vqm_db_content_put_uint(cv, "DeviceNo", key->device);
+    vqm_db_content_put_uint(cv, "FunctionNo", key->function + index);
+    vqm_db_content_put_uint(cv, "NodeNo", key->node_index);
+    vqm_db_content_put_uint(cv, "SlotNo", key->slot);
+    vqm_db_content_put_uint(cv, "PCIKey", key->dev_key);
+    vqm_db_content_put_uint(cv, "PCIFuncKey", func_key);
+}
+
+void put_adapter_columns(vqm_db_content_values_t* cv, const aim_pci_key_unit* key, const char* card_name,
+                         const char* connector_type, uint32_t aim_supported, uint32_t oob_src) {
     vqm_db_content_put_uint(cv, "SegNo", key->segment);
     vqm_db_content_put_uint(cv, "BusNo", key->bus);
     vqm_db_content_put_uint(cv, "DeviceNo", key->device);
     vqm_db_content_put_uint(cv, "FunctionNo", key->function);
     vqm_db_content_put_uint(cv, "NodeNo", key->node_index);
     vqm_db_content_put_uint(cv, "SlotNo", key->slot);
+    if (card_name) vqm_db_content_put_text(cv, "CardName", card_name);
+    if (connector_type) vqm_db_content_put_text(cv, "ConnectorType", connector_type);
+    vqm_db_content_put_uint(cv, "AIMSupported", aim_supported);
+    vqm_db_content_put_uint(cv, "OOBSrc", oob_src);
     vqm_db_content_put_uint(cv, "PCIKey", key->dev_key);
     vqm_db_content_put_uint(cv, "PCIFuncKey", key->func_key);
+    vqm_db_content_put_uint(cv, "Location", key->location);
+}
+
+void put_placeholder_misc_columns(vqm_db_content_values_t* cv) {
+    vqm_db_content_put_text(cv, "MaxDataWidth", "16");
+    vqm_db_content_put_text(cv, "ConnectorLayout", "0");
+    vqm_db_content_put_text(cv, "PackageType", "9");
+    vqm_db_content_put_text(cv, "OtherPackageType", "N/A");
+    vqm_db_content_put_text(cv, "AIMSpecVersion", "2.00");
+}
+
+int insert_row(_vqm_db_handle_t* db, const char* table, vqm_db_content_values_t* cv, const char* what) {
+    int rc = vqm_db_insert(db, table, cv, 0, 0);
+    if (rc != 0) kora_log::logWarn("AIM PARSER: failed to insert %s, rc=%d", what, rc);
+    return rc;
+}
+
+int delete_rows(_vqm_db_handle_t* db, const char* table, const char* where, const char* what) {
+    int rc = vqm_db_delete(db, table, where, 0, 0, 0);
+    if (rc != 0) kora_log::logErr("failed to delete %s, rc=%d", what, rc);
+    return rc;
+}
+
+std::string adapter_address_name(const aim_pci_key_unit* key) {
+    char name[32];
+    snprintf(name, sizeof name, "Adapter %02X:%02X:%02X.%02X", key->segment, key->bus, key->device,
+             key->function);
+    return name;
 }
 
 bool put_setting(vqm_db_content_values_t* cv, const group* grp, const setting_column& c) {
@@ -38,8 +91,6 @@ unsigned put_settings(vqm_db_content_values_t* cv, const group* grp, const setti
     return found;
 }
 
-bool is_suppressed(const group* grp) {
-    return grp->suppress_if == "true";
-}
+bool is_suppressed(const group* grp) { return grp->suppress_if == "true"; }
 
 }  // namespace aim_parser

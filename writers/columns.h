@@ -1,5 +1,6 @@
-// Row-building helpers shared by the group writers: the address and key columns that begin
-// most adapter rows, settings put by label, and the numbered sub-group lookups.
+// Row helpers shared by the group writers, the walk and the card actions: the address and
+// key columns that begin most adapter rows, the adapter row itself, inserts and deletes that
+// log their failure, settings put by label, and the numbered sub-group lookups.
 #pragma once
 
 #include <stddef.h>
@@ -16,6 +17,30 @@ namespace aim_parser {
 // Puts "SegNo", "BusNo", "DeviceNo", "FunctionNo", "NodeNo", "SlotNo", "PCIKey" and
 // "PCIFuncKey" of the function, all unsigned.
 void put_key_columns(vqm_db_content_values_t* cv, const aim_pci_key_unit* key);
+// The same for the function `index` places after the key's function on the same device
+// (an adapter written after the walk, one function at a time), with that function's key.
+void put_key_columns(vqm_db_content_values_t* cv, const aim_pci_key_unit* key, unsigned index,
+                     uint32_t func_key);
+
+// Puts the columns of a "PCIAdapter" row of the key's function; a null card name or
+// connector type leaves its column out.
+void put_adapter_columns(vqm_db_content_values_t* cv, const aim_pci_key_unit* key, const char* card_name,
+                         const char* connector_type, uint32_t aim_supported, uint32_t oob_src);
+
+// Puts the "PCIMisc" columns that stand for the AIM file's description of an adapter
+// that has none (after the key columns).
+void put_placeholder_misc_columns(vqm_db_content_values_t* cv);
+
+// Inserts the row put in `cv` into `table`; a failure is logged as the warning
+// "AIM PARSER: failed to insert <what>, rc=<rc>". Returns the insert's result.
+int insert_row(_vqm_db_handle_t* db, const char* table, vqm_db_content_values_t* cv, const char* what);
+
+// Deletes the rows of `table` matching `where` (null: all rows); a failure is logged as the
+// error "failed to delete <what>, rc=<rc>". Returns the delete's result.
+int delete_rows(_vqm_db_handle_t* db, const char* table, const char* where, const char* what);
+
+// The "CardName" of an adapter known only by its address: "Adapter SS:BB:DD.FF" in hexadecimal.
+std::string adapter_address_name(const aim_pci_key_unit* key);
 
 // How a setting's value goes into its column.
 enum class column_kind {

@@ -134,12 +134,9 @@ unsigned parser::parse_firmware_info(_vqm_db_handle_t* db, group* grp, aim_pci_k
                         "\" AND VersionString=\"" + id.version + "\" AND ReleaseDate=\"" + id.release_date +
                         "\" AND Manufacture=\"" + id.manufacturer +
                         "\" AND HardwareId=" + std::to_string(key->hardware_id);
-    if (find_db_record(db, "Firmwares", where.c_str()) == 0) {
-        int rc = vqm_db_insert(db, "Firmwares", cv, 0, 0);
-        if (rc != 0) {
-            kora_log::logWarn("AIM PARSER: failed to insert Firmware Information, rc=%d", rc);
-            return 0;
-        }
+    if (find_db_record(db, "Firmwares", where.c_str()) == 0 &&
+        insert_row(db, "Firmwares", cv, "Firmware Information") != 0) {
+        return 0;
     }
 
     // Classification 13 is the firmware that the PLDM records of the adapter describe.

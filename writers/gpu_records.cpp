@@ -1,7 +1,6 @@
 // GPU records: the "PCIGPU" row of an adapter's GPU group and one "PCIGPUChip" row per
 // numbered chip sub-group.
 #include "ingest/parser.h"
-#include "platform/kora_log.h"
 #include "writers/columns.h"
 
 namespace aim_parser {
@@ -37,12 +36,9 @@ int parser::parse_gpu_info(_vqm_db_handle_t* db, group* gpu_group, aim_pci_key_u
     if (!gpu_group || !key) return 0;
     vqm_db_content_clear(cv);
     put_key_columns(cv, key);
-    if (put_settings(cv, gpu_group, gpu_columns) > 0) {
-        int rc = vqm_db_insert(db, "PCIGPU", cv, 0, 0);
-        if (rc != 0) {
-            kora_log::logWarn("AIM PARSER: failed to insert GPU Information, rc=%d", rc);
-            return 0;
-        }
+    if (put_settings(cv, gpu_group, gpu_columns) > 0 &&
+        insert_row(db, "PCIGPU", cv, "GPU Information") != 0) {
+        return 0;
     }
     for_each_numbered_group(gpu_group, "GPU Chip ", [&](group* chip) { parse_gpu_chip(db, chip, key); });
     return 1;
@@ -53,12 +49,7 @@ int parser::parse_gpu_chip(_vqm_db_handle_t* db, group* chip_group, aim_pci_key_
     vqm_db_content_clear(cv);
     put_key_columns(cv, key);
     if (put_settings(cv, chip_group, gpu_chip_columns) == 0) return 1;
-    int rc = vqm_db_insert(db, "PCIGPUChip", cv, 0, 0);
-    if (rc != 0) {
-        kora_log::logWarn("AIM PARSER: failed to insert GPU Chip Information, rc=%d", rc);
-        return 0;
-    }
-    return 1;
+    return insert_row(db, "PCIGPUChip", cv, "GPU Chip Information") == 0 ? 1 : 0;
 }
 
 }  // namespace aim_parser

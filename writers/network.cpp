@@ -79,12 +79,9 @@ int parser::parse_network_info(_vqm_db_handle_t* db, group* grp, aim_pci_key_uni
     if (!grp || !key) return 0;
     vqm_db_content_clear(cv);
     put_key_columns(cv, key);
-    if (put_settings(cv, grp, network_columns) > 0) {
-        int rc = vqm_db_insert(db, "PCINetwork", cv, 0, 0);
-        if (rc != 0) {
-            kora_log::logWarn("AIM PARSER: failed to insert Network Information, rc=%d", rc);
-            return 0;
-        }
+    if (put_settings(cv, grp, network_columns) > 0 &&
+        insert_row(db, "PCINetwork", cv, "Network Information") != 0) {
+        return 0;
     }
     std::vector<group*> ports;
     grp->get_group_list("Physical Port", ports);
@@ -114,13 +111,8 @@ int parser::parse_physical_port(_vqm_db_handle_t* db, group* grp, aim_pci_key_un
         ++found;
     }
     found += put_settings(cv, grp, physical_port_tail_columns);
-    if (found > 0) {
-        int rc = vqm_db_insert(db, "PCIPhysicalPort", cv, 0, 0);
-        if (rc != 0) {
-            kora_log::logWarn("AIM PARSER: failed to insert Logical Port Information, rc=%d", rc);
-            return 0;
-        }
-    }
+    // A failed physical port row is reported with the logical port's text.
+    if (found > 0 && insert_row(db, "PCIPhysicalPort", cv, "Logical Port Information") != 0) return 0;
     parse_physical_port_stat(db, grp, key);
 
     index = grp->get_setting_node(port_index_label);
@@ -150,12 +142,7 @@ int parser::parse_physical_port_stat(_vqm_db_handle_t* db, group* grp, aim_pci_k
 
     std::string where = "PCIFuncKey=" + std::to_string(key->func_key);
     if (find_db_record(db, "PCIPhysicalPortStat", where.c_str()) != 0 || !index) return 0;
-    int rc = vqm_db_insert(db, "PCIPhysicalPortStat", cv, 0, 0);
-    if (rc != 0) {
-        kora_log::logWarn("AIM PARSER: failed to insert Physical Port Stat Information, rc=%d", rc);
-        return 0;
-    }
-    return 1;
+    return insert_row(db, "PCIPhysicalPortStat", cv, "Physical Port Stat Information") == 0 ? 1 : 0;
 }
 
 int parser::parse_logical_port(_vqm_db_handle_t* db, group* grp, aim_pci_key_unit* key,
@@ -166,13 +153,7 @@ int parser::parse_logical_port(_vqm_db_handle_t* db, group* grp, aim_pci_key_uni
     unsigned found = put_settings(cv, grp, logical_port_head_columns);
     vqm_db_content_put_uint(cv, "PhyIdx", static_cast<uint32_t>(physical_port_index));
     found += put_settings(cv, grp, logical_port_tail_columns);
-    if (found > 0) {
-        int rc = vqm_db_insert(db, "PCILogicalPort", cv, 0, 0);
-        if (rc != 0) {
-            kora_log::logWarn("AIM PARSER: failed to insert Logical Port Information, rc=%d", rc);
-            return 0;
-        }
-    }
+    if (found > 0 && insert_row(db, "PCILogicalPort", cv, "Logical Port Information") != 0) return 0;
     if (key->function_type != 7 && key->function_type != 9) return 1;
     _VQMDB_PCI_TYPE type = function_type_of_link(grp->get_setting_node("Link Technology"));
     return update_pci_function_type(db, key, type) ? 1 : 0;

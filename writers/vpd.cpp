@@ -1,11 +1,11 @@
 // Hardware VPD: the "VPDs" row of an adapter from its AIM group and, for the functions of
 // the hardware VPD table, the identity that the card's own VPD memory holds, read through
 // the controller's OEM IPMI command.
-#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
 #include <string>
+#include <vector>
 
 #include "cards/server_maker.h"
 #include "ingest/parser.h"
@@ -73,6 +73,25 @@ int update_vpd_row(parser& p, _vqm_db_handle_t* db, const aim_pci_key_unit* key,
     return 1;
 }
 
+// The platform number of PLATFORM_NO_REV (hexadecimal, "0x" optional), 0 when unset.
+uint32_t platform_number() {
+    const char* text = getenv("PLATFORM_NO_REV");
+    return text ? static_cast<uint32_t>(strtoul(text, nullptr, 16)) : 0;
+}
+
+// The first hardware VPD table row of the function's ids on this platform, or null.
+const hw_vpd_info* find_hw_vpd_row(const std::vector<hw_vpd_info>& table, const aim_pci_key_unit* key,
+                                   uint32_t platform) {
+    for (const hw_vpd_info& r : table) {
+        if (r.vendor_id == key->vendor_id && r.device_id == key->device_id &&
+            r.sub_vendor_id == key->subsystem_vendor_id && r.sub_device_id == key->subsystem_device_id &&
+            r.platform == platform) {
+            return &r;
+        }
+    }
+    return nullptr;
+}
+
 const setting_column vpd_columns[] = {
     {"Manufacturer", "Manufacture", column_kind::text}, {"Serial Number", "SerialNo", column_kind::text},
     {"Part Number", "PartNo", column_kind::text},       {"Model", "Model", column_kind::text},
@@ -119,30 +138,14 @@ unsigned parser::insert_aim_vpd_info(_vqm_db_handle_t* db, group* grp, aim_pci_k
     vqm_db_content_put_uint(cv, "HardwareTypeId", key->untyped_hardware ? 0 : 3);
     vqm_db_content_put_uint(cv, "SlotNo", key->slot);
     vqm_db_content_put_uint(cv, "Location", key->location);
-    if (found != 0) {
-        int rc = vqm_db_insert(db, "VPDs", cv, 0, 0);
-        if (rc != 0) {
-            kora_log::logWarn("AIM PARSER: failed to insert VPD Information, rc=%d", rc);
-            return 0;
-        }
-    }
+    if (found != 0 && insert_row(db, "VPDs", cv, "VPD Information") != 0) return 0;
 
-    const char* platform_text = getenv("PLATFORM_NO_REV");
-    uint32_t platform = platform_text ? static_cast<uint32_t>(strtoul(platform_text, nullptr, 16)) : 0;
-    const hw_vpd_info* row = nullptr;
-    for (const hw_vpd_info& r : hw_vpd_table) {
-        if (r.vendor_id == key->vendor_id && r.device_id == key->device_id &&
-            r.sub_vendor_id == key->subsystem_vendor_id && r.sub_device_id == key->subsystem_device_id &&
-            r.platform == platform) {
-            row = &r;
-            break;
-        }
-    }
+    uint32_t platform = platform_number();
+    const hw_vpd_info* row = find_hw_vpd_row(hw_vpd_table, key, platform);
     if (!row || row->vpd_device_id == 255) {
         kora_log::logDbg(
             "AIM PARSER: no need to update vpd, vendor:0x%04X, sub_vendor:0x%04X, device:0x%04X, "
-            "sub_device:0x%04X, "
-            "platform=0x%x",
+            "sub_device:0x%04X, platform=0x%x",
             static_cast<unsigned>(key->vendor_id), static_cast<unsigned>(key->subsystem_vendor_id),
             static_cast<unsigned>(key->device_id), static_cast<unsigned>(key->subsystem_device_id),
             static_cast<unsigned>(platform));

@@ -53,14 +53,17 @@ write("storage-1u/vpd/boot-adapter-256.bin", image(256, [
     (38, text("M2B2340017", 12)),
 ]))
 
-# Dual M.2 boot adapter of server-2u: 1 KB layout, basic variant.
-write("server-2u/vpd/boot-adapter-1k.bin", image(1024, [
+# Dual M.2 boot adapter of storage-1u-1k (a later revision of the card): 1 KB layout,
+# basic variant.
+write("storage-1u-1k/vpd/boot-adapter-1k.bin", image(1024, [
     (0, b"\x03\xFE"),
     (10, b"\x00\x00\x00"),
     (14, text("7Z01", 8)),
-    (60, text("SR-M2B-1K", 13)),
-    (72, text("FRU-0301B", 13)),
-    (84, text("M2B1K230088", 13)),
+    # The basic variant's 13-byte reads at 60, 72 and 84 overlap the next field by one
+    # byte, so these texts end in a zero byte inside their 12 bytes.
+    (60, "SR-M2B-1K"),
+    (72, "FRU-0301B"),
+    (84, "M2B1K230088"),
     (96, text("SMKR", 5)),
     (159, bytes(range(0x10, 0x21))),
     (270, text("Dual M.2 SATA Boot Adapter", 129)),

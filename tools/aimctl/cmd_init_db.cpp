@@ -11,12 +11,9 @@ int run_init_db(const std::vector<std::string>& args) {
     if (args.size() != 1) return usage_error("init-db", args.empty() ? "missing DB" : "too many arguments");
     const std::string& path = args[0];
     if (path.size() > 1 && path[0] == '-') return usage_error("init-db", "unknown option '" + path + "'");
+    _vqm_db_handle_t* db = open_database("init-db", path, false);
+    if (!db) return exit_failed;
     std::string err;
-    _vqm_db_handle_t* db = host::db_open_file(path, &err);
-    if (!db) {
-        fprintf(stderr, "aimctl init-db: cannot open '%s': %s\n", path.c_str(), err.c_str());
-        return exit_failed;
-    }
     int rc = host::db_apply_schema(db, &err);
     vqm_db_close(db);
     if (rc != 0) {

@@ -1,8 +1,6 @@
 // aimctl rebuild --db DB: refills the port statistics table with rebuild_tables_in_memory.
 #include <stdio.h>
-#include <sys/stat.h>
 
-#include "host/db.h"
 #include "ingest/parse_aim.h"
 #include "tools/aimctl/command.h"
 
@@ -21,17 +19,8 @@ int run_rebuild(const std::vector<std::string>& args) {
         }
     }
     if (path.empty()) return usage_error("rebuild", "missing --db DB");
-    struct stat st;
-    if (stat(path.c_str(), &st) != 0) {
-        fprintf(stderr, "aimctl rebuild: no database '%s'\n", path.c_str());
-        return exit_failed;
-    }
-    std::string err;
-    _vqm_db_handle_t* db = host::db_open_file(path, &err);
-    if (!db) {
-        fprintf(stderr, "aimctl rebuild: cannot open '%s': %s\n", path.c_str(), err.c_str());
-        return exit_failed;
-    }
+    _vqm_db_handle_t* db = open_database("rebuild", path, true);
+    if (!db) return exit_failed;
     int rc = rebuild_tables_in_memory(db);
     vqm_db_close(db);
     if (rc != 0) {

@@ -1,7 +1,6 @@
 // aimctl show --db DB TABLE [--format table|csv|json]: prints the rows of a table.
 #include <stdio.h>
 #include <stdlib.h>
-#include <sys/stat.h>
 
 #include <nlohmann/json.hpp>
 
@@ -138,17 +137,9 @@ int run_show(const std::vector<std::string>& args) {
     if (format != "table" && format != "csv" && format != "json") {
         return usage_error("show", "unknown format '" + format + "' (use table, csv or json)");
     }
-    struct stat st;
-    if (stat(path.c_str(), &st) != 0) {
-        fprintf(stderr, "aimctl show: no database '%s'\n", path.c_str());
-        return exit_failed;
-    }
+    _vqm_db_handle_t* db = open_database("show", path, true);
+    if (!db) return exit_failed;
     std::string err;
-    _vqm_db_handle_t* db = host::db_open_file(path, &err);
-    if (!db) {
-        fprintf(stderr, "aimctl show: cannot open '%s': %s\n", path.c_str(), err.c_str());
-        return exit_failed;
-    }
     std::vector<host::row> info;
     int rc = host::db_select(db, "SELECT name FROM pragma_table_info(" + sql_text(table) + ") ORDER BY cid",
                              info, &err);

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/vqm_db.h"
+
 namespace aimctl {
 
 // Exit codes shared by all commands.
@@ -32,5 +34,9 @@ struct command_registrar {
 int usage_error(const char* name, const std::string& message);
 // True when args hold -h or --help (the caller then prints its usage and exits 0).
 bool wants_help(const std::vector<std::string>& args);
+// Opens the inventory database at `path` for command `name`; null after printing
+// "aimctl NAME: cannot open 'PATH': ERROR" on standard error. With `must_exist`, a missing
+// file is "aimctl NAME: no database 'PATH'" instead of a new database.
+_vqm_db_handle_t* open_database(const char* name, const std::string& path, bool must_exist);
 
 }  // namespace aimctl

@@ -1,10 +1,12 @@
 #include <stdio.h>
 #include <string.h>
+#include <sys/stat.h>
 
 #include <map>
 #include <string>
 #include <vector>
 
+#include "host/db.h"
 #include "host/log.h"
 #include "tools/aimctl/command.h"
 
@@ -39,6 +41,18 @@ bool wants_help(const std::vector<std::string>& args) {
         if (a == "-h" || a == "--help") return true;
     }
     return false;
+}
+
+_vqm_db_handle_t* open_database(const char* name, const std::string& path, bool must_exist) {
+    struct stat st;
+    if (must_exist && stat(path.c_str(), &st) != 0) {
+        fprintf(stderr, "aimctl %s: no database '%s'\n", name, path.c_str());
+        return nullptr;
+    }
+    std::string err;
+    _vqm_db_handle_t* db = host::db_open_file(path, &err);
+    if (!db) fprintf(stderr, "aimctl %s: cannot open '%s': %s\n", name, path.c_str(), err.c_str());
+    return db;
 }
 
 }  // namespace aimctl
