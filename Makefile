@@ -40,19 +40,22 @@ bench: deps
 	cmake --build $(BUILD)-bench -j $(JOBS) --target aim_bench
 	$(BUILD)-bench/bin/aim_bench
 
-# 32-bit ARM (arm-linux-gnueabihf) build of everything, its tests run under qemu-arm.
+# 32-bit ARM (arm-linux-gnueabihf) build of everything, its tests run under qemu-arm. Optimised
+# as on the controller (so that the optimiser's warnings show), without debug information.
 build-arm: deps deps-arm
 	scripts/arm-sysroot.sh $(ARM_BUILD)/sysroot
 	cmake -S . -B $(ARM_BUILD) -DCMAKE_TOOLCHAIN_FILE=$(CURDIR)/cmake/toolchain-armhf.cmake \
-		-DAIM_ARM_SYSROOT=$(abspath $(ARM_BUILD))/sysroot $(CMAKE_FLAGS)
+		-DAIM_ARM_SYSROOT=$(abspath $(ARM_BUILD))/sysroot -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O2 -DNDEBUG" \
+		$(CMAKE_FLAGS)
 	cmake --build $(ARM_BUILD) -j $(JOBS)
 
 test-arm: build build-arm
 	scripts/test-arm.sh $(BUILD) $(ARM_BUILD) $(JOBS)
 
-# AddressSanitizer + UndefinedBehaviorSanitizer build of everything (leaks checked too).
+# AddressSanitizer + UndefinedBehaviorSanitizer build of everything (leaks checked too),
+# unoptimised, which compiles much faster.
 build-asan: deps
-	cmake -S . -B $(ASAN_BUILD) -DAIM_SANITIZE=ON $(CMAKE_FLAGS)
+	cmake -S . -B $(ASAN_BUILD) -DAIM_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug $(CMAKE_FLAGS)
 	cmake --build $(ASAN_BUILD) -j $(JOBS)
 
 test-sanitize: build-asan

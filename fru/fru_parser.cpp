@@ -14,12 +14,8 @@ namespace {
 const unsigned int fru_text_max = 31;
 
 // Value of a text's first byte, as the area summaries print the asset tag and file id.
-int first_char(const char* text) {
-    return static_cast<unsigned char>(text[0]);
-}
-int text_len(const char* text) {
-    return static_cast<int>(strlen(text));
-}
+int first_char(const char* text) { return static_cast<unsigned char>(text[0]); }
+int text_len(const char* text) { return static_cast<int>(strlen(text)); }
 
 }  // namespace
 

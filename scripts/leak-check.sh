@@ -19,11 +19,12 @@ if ! "$AIMCTL" ingest --help >/dev/null 2>&1; then
     exit 0
 fi
 
-# The AIM file of a machine: aim.xml beside machine.json, else the controller's copy in the
-# machine's tree (pstorage/cmr/aim.xml), else its only other XML file.
+# The AIM file of a machine: examples/aim/NAME.xml for examples/machines/NAME/, else
+# aim.xml beside machine.json, else the controller's copy in the machine's tree
+# (pstorage/cmr/aim.xml), else the first other XML file there.
 aim_file() {
-    local d=$1 f
-    for f in "$d/aim.xml" "$d/pstorage/cmr/aim.xml"; do
+    local d=${1%/} f
+    for f in "examples/aim/$(basename "$d").xml" "$d/aim.xml" "$d/pstorage/cmr/aim.xml"; do
         [ -f "$f" ] && { echo "$f"; return; }
     done
     find "$d" -name '*.xml' -type f | LC_ALL=C sort | head -n1

@@ -13,7 +13,7 @@ namespace {
 typedef testutil::aimctl_result run_result;
 
 class AimctlFru : public ::testing::Test {
-  protected:
+protected:
     void SetUp() override {
         char tmpl[] = "/tmp/aimctl_fru_XXXXXX";
         ASSERT_NE(nullptr, mkdtemp(tmpl));
