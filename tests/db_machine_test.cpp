@@ -1,12 +1,10 @@
 // Machine sections of the simulated storage ("pcis", "storage", "properties") and the example
-// machine. The properties database is read by the wipe's drive presence (ingest_wipe_test).
-#include <stdint.h>
-
+// machine. Controller types and properties are shown at work by the wipe (ingest_wipe_test).
 #include <string>
+#include <vector>
 
 #include "host/machine.h"
 #include "host/storage.h"
-#include "platform/storage.h"
 #include "tests/fixture.h"
 
 namespace {
@@ -45,10 +43,10 @@ TEST_F(MachineStorage, BadSectionsAreMachineErrorsNamingKeyAndReason) {
     }
 }
 
-TEST_F(MachineStorage, PciFunctionsReplaceTheRowsOfPCIsAndControllerTypesAnswer) {
+TEST_F(MachineStorage, PciFunctionsReplaceTheRowsOfPCIs) {
     add_pci_function(1, 0, 0);
     load_machine_json(R"({"pcis": [{"BusNo": "0x3b", "FunKey": "0x003B0001", "SlotDesignation": "Slot 1"},
-                                   {"BusNo": 94, "SlotDesignation": 7}], "storage": {"controller_types": [null, 4]}})");
+                                   {"BusNo": 94, "SlotDesignation": 7}]})");
     std::vector<host::row> r;
     ASSERT_EQ(0,
               host::db_select(db,
@@ -56,15 +54,9 @@ TEST_F(MachineStorage, PciFunctionsReplaceTheRowsOfPCIsAndControllerTypesAnswer)
                               " quote(NodeIndex), ' ') AS r FROM PCIs",
                               r));
     EXPECT_EQ("593866625'Slot 1'NULL 94NULL'7'NULL", r.at(0)["r"]);
-    uint8_t type = 0;
-    EXPECT_NE(0, vqmdb_get_mvl_ctrl_type(&type, 0));
-    ASSERT_EQ(0, vqmdb_get_mvl_ctrl_type(&type, 1));
-    EXPECT_EQ(4, type);
-    EXPECT_NE(0, vqmdb_get_mvl_ctrl_type(&type, 2));
 
     // A machine without "pcis" leaves the table alone in the fixture; the host call empties it.
     load_machine_json(R"({"storage": {}})");
-    EXPECT_NE(0, vqmdb_get_mvl_ctrl_type(&type, 1));
     EXPECT_EQ(2u, count("PCIs"));
     ASSERT_EQ(0, host::load_machine_pcis(db));
     EXPECT_EQ(0u, count("PCIs"));

@@ -1,5 +1,5 @@
-// End-to-end tests of the wipe that starts every parse_aim run, and of the removal of
-// stale GPU rows. A missing AIM file makes parse_aim stop right after the wipe.
+// End-to-end tests of the wipe that starts every parse_aim run. A missing AIM file makes
+// parse_aim stop right after the wipe.
 #include <stdio.h>
 
 #include <string>
@@ -136,23 +136,6 @@ TEST_F(IngestWipe, ClearsVolumesAndRemovesAbsentDrives) {
         EXPECT_TRUE(logged(c.presence_log)) << log_text();
         EXPECT_EQ(c.calls, storage_calls());
     }
-}
-
-// After the walk: NVIDIA rows of GPUs not listed go; both deletes run, the last one answers.
-TEST_F(IngestWipe, DeleteNonExistGpu) {
-    exec(
-        "INSERT INTO VPDs (Manufacture, HardwareId) VALUES ('NVIDIA', 5), ('NVIDIA', 7), ('AMD', 7);"
-        "INSERT INTO Firmwares (Manufacture, HardwareId) VALUES ('NVIDIA', 5), ('NVIDIA', 7);");
-    aim_parser::parser p;
-    std::vector<unsigned> ids = {5, 12}, none;
-    EXPECT_EQ(0, p.delete_non_exist_gpu(db, ids));
-    EXPECT_EQ("5 7 ", names("VPDs", "HardwareId"));
-    host::db_fail_writes(db, "VPDs", "delete");
-    EXPECT_EQ(0, p.delete_non_exist_gpu(db, none));
-    EXPECT_EQ(0u, count("Firmwares")) << "an empty list removes every NVIDIA row";
-    host::db_fail_writes(db, "Firmwares", "delete");
-    EXPECT_NE(0, p.delete_non_exist_gpu(db, none));
-    EXPECT_EQ(3u, logged_prefix(host::log_level::err, "failed to delete non-exist gpu info, rc="));
 }
 
 }  // namespace
