@@ -6,286 +6,151 @@ using namespace writers_test;
 
 namespace {
 
-const unsigned dev_key = 0x3b0000;  // bus 0x3b, device 0
-const unsigned fun0 = dev_key, fun1 = dev_key | 1;
+const std::string fun0 = "3866624", fun1 = "3866625", other = "3932160";  // 0x3b0000, 0x3b0001, 0x3c0000
 
 std::string firmware(const std::string& version, const std::string& classification = "10",
-                     const std::string& name = "UEFI", const std::string& extra = "",
-                     const std::string& suppress = "") {
-    return aim_group("Firmware Information",
-                     text("Firmware Name", name) + text("Version String", version) +
-                         text("Description", "desc") + text("Release Date", "2024-01-02") +
-                         text("Manufacturer", "Acme") + text("Classification", classification) +
-                         text("Software ID", "15B31017") + extra,
-                     suppress);
+                     const std::string& name = "UEFI", const std::string& suppress = "") {
+    return aim_group(
+        "Firmware Information",
+        settings("Description=desc; Release Date=2024-01-02; Manufacturer=Acme; Software ID=15B31017") +
+            text("Firmware Name", name) + text("Version String", version) +
+            text("Classification", classification),
+        suppress);
+}
+
+// A machine with an MCTP endpoint for bus 59 (0x3b), device 0, `function`, on `segment`.
+std::string endpoint(int function, int segment = 0, const std::string& seg_bits = "") {
+    return "{" + seg_bits + R"("mctp_eids": [{"segment": )" + std::to_string(segment) +
+           R"(, "bus": 59, "device": 0, "function": )" + std::to_string(function) + R"(, "eid": 9}]})";
 }
 
 class Firmware : public testutil::IngestTest {
 protected:
     void SetUp() override {
         IngestTest::SetUp();
-        add_pci_function(0x3b, 0, 0, 0x15B3, 0x1017, 0x15B3, 0x0020, 2);
-        add_pci_function(0x3b, 0, 1, 0x15B3, 0x1017, 0x15B3, 0x0020, 2);
+        for (unsigned f : {0, 1}) add_pci_function(0x3b, 0, f, 0x15B3, 0x1017, 0x15B3, 0x0020, 2);
     }
     static std::string adapter(const std::string& function, const std::string& content,
                                const std::string& card = "Dual port 25GbE") {
         return aim_config("fn" + function, "0x3b", "0", function, text("Card Name", card) + content);
     }
-    std::vector<host::row> pldm() { return rows("PldmDeviceFirmware"); }
+    int run(const std::string& fn0, const std::string& fn1 = "") {
+        return run_xml(aim_doc(adapter("0", fn0) + (fn1.empty() ? "" : adapter("1", fn1))));
+    }
+    texts firmwares(const char* name) { return column(rows("Firmwares"), name); }
+    texts pldm(const char* name) { return column(rows("PldmDeviceFirmware"), name); }
 };
-
-TEST_F(Firmware, WritesRowWithHardwareColumns) {
-    exec("UPDATE PCIs SET HardwareTypeId=0 WHERE FunKey=" + std::to_string(fun1));
-    ASSERT_EQ(0, run_xml(aim_doc(adapter("0", firmware("1.0")) + adapter("1", firmware("1.0")))));
-    auto fw = rows("Firmwares");
-    ASSERT_EQ(2u, fw.size());
-    const std::vector<std::pair<std::string, std::string>> expected = {
-        {"FirmwareName", "UEFI"},   {"VersionString", "1.0"},
-        {"Description", "desc"},    {"ReleaseDate", "2024-01-02"},
-        {"Manufacture", "Acme"},    {"Classification", "10"},
-        {"SoftwareID", "15B31017"}, {"HardwareId", std::to_string(fun0)},
-        {"HardwareTypeId", "3"},
-    };
-    for (const auto& e : expected) EXPECT_EQ(e.second, col(fw[0], e.first)) << e.first;
-    // The untyped-hardware function's row is typed 0.
-    EXPECT_EQ(std::to_string(fun1), col(fw[1], "HardwareId"));
-    EXPECT_EQ("0", col(fw[1], "HardwareTypeId"));
-}
-
-TEST_F(Firmware, GroupWithoutLabelsWritesNoRow) {
-    ASSERT_EQ(0, run_xml(aim_doc(adapter("0", aim_group("Firmware Information", text("Other", "x"))))));
-    EXPECT_EQ(0u, count("Firmwares"));
-}
 
 // The existence check compares the hardware id and the five identity texts, each in its first
 // 31 characters; the name, description and hardware type do not count.
-TEST_F(Firmware, ExistenceCheck) {
+TEST_F(Firmware, RowsAndExistenceCheck) {
+    exec("UPDATE PCIs SET HardwareTypeId=0 WHERE FunKey=" + fun1);
+    ASSERT_EQ(0, run(firmware("1.0"), firmware("1.0")));
+    auto fw = rows("Firmwares");
+    ASSERT_EQ(2u, fw.size());
+    std::string expected =
+        "FirmwareName=UEFI; VersionString=1.0; Description=desc; ReleaseDate=2024-01-02; "
+        "Manufacture=Acme; Classification=10; SoftwareID=15B31017; HardwareId=" +
+        fun0 + "; HardwareTypeId=3";
+    EXPECT_EQ(expected, pick(fw[0], expected));
+    EXPECT_EQ("HardwareId=" + fun1 + "; HardwareTypeId=0", pick(fw[1], "HardwareId; HardwareTypeId"));
+
     const std::string v31(31, '7');
-    struct Case {
-        std::string second;
-        size_t rows;
-    } cases[] = {
-        {firmware("1.0"), 1},
-        {firmware("1.0", "10", "Other name"), 1},
-        {aim_group("Firmware Information",
-                   text("Version String", "1.0") + text("Release Date", "2024-01-02") +
-                       text("Manufacturer", "Acme") + text("Classification", "10") +
-                       text("Software ID", "15B31017") + text("Description", "another")),
-         1},
-        {firmware("1.1"), 2},
-        {firmware("1.0", "11"), 2},
-        {firmware("1.0", "10", "UEFI", text("Software ID", "ignored duplicate label")), 1},
-    };
+    const std::pair<std::string, texts> cases[] = {
+        {firmware("1.0") + firmware("1.0", "10", "Other name"), {"1.0"}},
+        {firmware("1.0") + firmware("1.1") + firmware("1.0", "11"), {"1.0", "1.1", "1.0"}},
+        {firmware("1.0") + aim_group("Firmware Information", text("Other", "x")), {"1.0"}},
+        // Longer texts are stored whole but compared in 31 characters: they never match their
+        // own row, while a row of exactly those 31 characters matches.
+        {firmware(v31 + "A") + firmware(v31 + "B") + firmware(v31) + firmware(v31 + "C"),
+         {v31 + "A", v31 + "B", v31}}};
     for (const auto& c : cases) {
         exec("DELETE FROM Firmwares");
-        ASSERT_EQ(0, run_xml(aim_doc(adapter("0", firmware("1.0") + c.second))));
-        EXPECT_EQ(c.rows, count("Firmwares")) << c.second;
+        ASSERT_EQ(0, run(c.first));
+        EXPECT_EQ(c.second, firmwares("VersionString")) << c.first;
     }
-    // Values longer than 31 characters are stored whole but compared in 31 characters only:
-    // they never match their own row, while a row of exactly those 31 characters matches.
-    exec("DELETE FROM Firmwares");
-    ASSERT_EQ(0, run_xml(aim_doc(adapter(
-                     "0", firmware(v31 + "A") + firmware(v31 + "B") + firmware(v31) + firmware(v31 + "C")))));
-    EXPECT_EQ((std::vector<std::string>{v31 + "A", v31 + "B", v31}),
-              column(rows("Firmwares"), "VersionString"));
-
-    // The hardware type does not count: a surviving row of another type blocks the insert.
-    exec("DELETE FROM Firmwares");
-    exec(
-        "INSERT INTO Firmwares (FirmwareName, VersionString, ReleaseDate, Manufacture, Classification, "
-        "SoftwareID, "
-        "HardwareId, HardwareTypeId) VALUES ('Kept', '1.0', '2024-01-02', 'Acme', '10', '15B31017', " +
-        std::to_string(fun0) + ", 1)");
-    ASSERT_EQ(0, run_xml(aim_doc(adapter("0", firmware("1.0")))));
-    auto fw = rows("Firmwares");
-    ASSERT_EQ(1u, fw.size());
-    EXPECT_EQ("Kept", col(fw[0], "FirmwareName"));
-    // The same identity on another hardware id is a new row.
-    ASSERT_EQ(0, run_xml(aim_doc(adapter("1", firmware("1.0")))));
-    EXPECT_EQ(2u, count("Firmwares"));
-}
-
-TEST_F(Firmware, RunningTwiceKeepsOneRowPerIdentity) {
-    std::string doc = aim_doc(adapter("0", firmware("1.0") + firmware("2.0")));
-    ASSERT_EQ(0, run_xml(doc));
-    ASSERT_EQ(0, run_xml(doc));
-    EXPECT_EQ((std::vector<std::string>{"1.0", "2.0"}), column(rows("Firmwares"), "VersionString"));
+    // A row of another hardware type blocks the insert; another hardware id does not.
+    exec("UPDATE Firmwares SET FirmwareName='Kept', VersionString='1.0', HardwareTypeId=1");
+    exec("DELETE FROM Firmwares WHERE _id!=" + col(rows("Firmwares")[0], "_id"));
+    ASSERT_EQ(0, run(firmware("1.0"), firmware("1.0")));
+    EXPECT_EQ((texts{"Kept", "UEFI"}), firmwares("FirmwareName"));
 }
 
 // Identity texts go into the existence condition unquoted: a double quote breaks the query,
 // which counts as an existing row, and a second statement never runs.
 TEST_F(Firmware, QuotesInIdentityTexts) {
-    ASSERT_EQ(0, run_xml(aim_doc(adapter("0", firmware("1\"; DELETE FROM PCIs; --")) +
-                                 adapter("1", firmware("2.0")))));
+    ASSERT_EQ(0, run(firmware("1\"; DELETE FROM PCIs; --"), firmware("2.0")));
     EXPECT_EQ(2u, count("PCIs"));
-    EXPECT_EQ((std::vector<std::string>{"2.0"}), column(rows("Firmwares"), "VersionString"));
-}
-
-TEST_F(Firmware, InsertFailureLogged) {
-    host::db_fail_writes(db, "Firmwares", "insert");
-    ASSERT_EQ(0, run_xml(aim_doc(adapter("0", firmware("1.0")))));
-    EXPECT_EQ(1u,
-              logged_prefix(host::log_level::warn, "AIM PARSER: failed to insert Firmware Information, rc="));
+    EXPECT_EQ((texts{"2.0"}), firmwares("VersionString"));
 }
 
 // The first firmware group is copied into the adapter's PLDM record whatever its
-// classification; a group of classification 13 is copied and ends the copying.
+// classification; a group of classification 13 is copied (in 31 characters) and ends the
+// copying. A suppressed first group is not written and the next one is not the first.
 TEST_F(Firmware, PldmRecordTakesFirmwareIdentity) {
-    struct Case {
-        std::string groups;
-        std::string version;  // of the PldmDeviceFirmware row
-    } cases[] = {
-        {firmware("1.0", "10") + firmware("2.0", "10"), "1.0"},
-        {firmware("1.0", "10") + firmware("2.0", "13") + firmware("3.0", "13"), "2.0"},
-        {firmware("1.0", "13") + firmware("2.0", "13"), "1.0"},
+    const std::pair<std::string, std::string> cases[] = {
+        {firmware("1.0") + firmware("2.0"), "1.0"},
+        {firmware("1.0") + firmware("2.0", "13") + firmware("3.0", "13"), "2.0"},
         {firmware("1.0", "013") + firmware("2.0", "13"), "1.0"},  // decimal: 013 is 13
         {firmware(std::string(40, 'v'), "13"), std::string(31, 'v')},
-        {aim_group("Firmware Information", text("Classification", "13")), "<null>"},
-        // A suppressed first group is not written and the next one is not the first.
-        {firmware("1.0", "10", "UEFI", "", "true") + firmware("2.0", "12"), "<null>"},
-        {firmware("1.0", "10", "UEFI", "", "true") + firmware("2.0", "13"), "2.0"},
-        {"", "<null>"},
-    };
+        {firmware("1.0", "10", "UEFI", "true") + firmware("2.0", "12"), "<null>"},
+        {firmware("1.0", "10", "UEFI", "true") + firmware("2.0", "13"), "2.0"}};
     for (const auto& c : cases) {
-        host::log_capture_end();
-        host::log_capture_begin();
         exec("DELETE FROM PldmDeviceFirmware");
-        ASSERT_EQ(0, run_xml(aim_doc(adapter("0", c.groups))));
-        auto p = pldm();
-        ASSERT_EQ(1u, p.size()) << c.groups;
-        EXPECT_EQ(c.version, col(p[0], "VersionString")) << c.groups;
-        EXPECT_EQ(c.version == "<null>",
-                  logged(host::log_level::warn, "AIM PARSER: Empty PLDM VersionString in slot 2"))
-            << c.groups;
+        ASSERT_EQ(0, run(c.first));
+        EXPECT_EQ((texts{c.second}), pldm("VersionString")) << c.first;
     }
+    // Only the record left without a version says so.
+    EXPECT_EQ(1u, logged_count("AIM PARSER: Empty PLDM VersionString in slot 2"));
 }
 
-TEST_F(Firmware, PldmRowColumns) {
-    load_machine_json(
-        R"({"mctp_eids": [{"segment": 0, "bus": "0x3b", "device": 0, "function": 1, "eid": 9}]})");
-    ASSERT_EQ(0,
-              run_xml(aim_doc(adapter("0", firmware("1.0", "13")) +
-                              adapter("1", firmware("2.0", "13", "UEFI", text("Manufacturer", "ignored"))))));
-    auto p = pldm();
-    ASSERT_EQ(2u, p.size());
-    const std::vector<std::pair<std::string, std::string>> expected = {
-        {"DeviceType", "7"},
-        {"PCIKey", std::to_string(dev_key)},
-        {"PCIFuncKey", std::to_string(fun0)},
-        {"Location", "0"},
-        {"SlotNo", "2"},
-        {"VendorId", std::to_string(0x15B3)},
-        {"DeviceId", std::to_string(0x1017)},
-        {"SubVendorId", std::to_string(0x15B3)},
-        {"SubDeviceId", "32"},
-        {"DeviceName", "Dual port 25GbE"},
-        {"Manufacture", "Acme"},
-        {"SoftwareID", "15B31017"},
-        {"VersionString", "1.0"},
-        {"ReleaseDate", "2024-01-02"},
-    };
-    for (const auto& e : expected) EXPECT_EQ(e.second, col(p[0], e.first)) << e.first;
-    EXPECT_EQ(std::to_string(fun1), col(p[1], "PCIFuncKey"));
-    EXPECT_EQ("2.0", col(p[1], "VersionString"));
-    EXPECT_TRUE(logged(host::log_level::info,
-                       "AIM PARSER: slot = 2, func_key = " + std::to_string(fun1) + ", EID = 0x09"))
-        << log_text();
-}
-
-// Records without an MCTP endpoint that repeat an earlier record's PCIKey and SubDeviceId
-// are dropped.
+// Records without an MCTP endpoint that repeat an earlier record's PCIKey and SubDeviceId are
+// dropped (without segment bits the segment is not part of the address); PCH Integrated SATA
+// adapters have no record.
 TEST_F(Firmware, PldmListWithoutEndpoints) {
     add_pci_function(0x3c, 0, 0, 0x15B3, 0x1017, 0x15B3, 0x0020, 5);
-    struct Case {
-        std::string machine;
-        std::vector<std::string> func_keys;
-    } cases[] = {
-        {"{}", {std::to_string(fun0), std::to_string(0x3c0000)}},
-        {R"({"mctp_eids": [{"segment": 0, "bus": 59, "device": 0, "function": 1, "eid": 9}]})",
-         {std::to_string(fun0), std::to_string(fun1), std::to_string(0x3c0000)}},
-        {R"({"mctp_eids": [{"segment": 0, "bus": 59, "device": 0, "function": 0, "eid": 8}]})",
-         {std::to_string(fun0), std::to_string(0x3c0000)}},
-        // Without segment bits the segment is not part of the address.
-        {R"({"mctp_eids": [{"segment": 1, "bus": 59, "device": 0, "function": 1, "eid": 9}]})",
-         {std::to_string(fun0), std::to_string(fun1), std::to_string(0x3c0000)}},
-        {R"({"pci_seg_bits": 8, "mctp_eids": [{"segment": 1, "bus": 59, "device": 0, "function": 1, "eid": 9}]})",
-         {std::to_string(fun0), std::to_string(0x3c0000)}},
-    };
-    std::string doc = aim_doc(adapter("0", "") + adapter("1", "") +
-                              aim_config("other", "0x3c", "0", "0", text("Card Name", "Other card")));
+    add_pci_function(0x3d, 0, 0, 0x8086, 0xA182, 0x8086, 0x0001, 6);
+    const std::pair<std::string, texts> cases[] = {{"{}", {fun0, other}},
+                                                   {endpoint(1), {fun0, fun1, other}},
+                                                   {endpoint(0), {fun0, other}},
+                                                   {endpoint(1, 1), {fun0, fun1, other}},
+                                                   {endpoint(1, 1, "\"pci_seg_bits\": 8, "), {fun0, other}}};
+    std::string doc = aim_doc(
+        adapter("0", "") + adapter("1", "") +
+        aim_config("other", "0x3c", "0", "0", text("Card Name", "Other card")) +
+        aim_config("sata", "0x3d", "0", "0", text("Card Name", "Intel PCH Integrated SATA Controller")));
     for (const auto& c : cases) {
         exec("DELETE FROM PldmDeviceFirmware");
-        load_machine_json(c.machine);
+        load_machine_json(c.first);
         ASSERT_EQ(0, run_xml(doc));
-        EXPECT_EQ(c.func_keys, column(pldm(), "PCIFuncKey")) << c.machine;
+        EXPECT_EQ(c.second, pldm("PCIFuncKey")) << c.first;
     }
-}
-
-TEST_F(Firmware, PchIntegratedSataHasNoPldmRecord) {
-    ASSERT_EQ(0, run_xml(aim_doc(adapter("0", firmware("1.0", "13"), "Intel PCH Integrated SATA Controller") +
-                                 adapter("1", firmware("1.0", "13"), "PCH Integrated SATA"))));
-    EXPECT_EQ(0u, pldm().size());
-    EXPECT_EQ(2u, count("Firmwares"));
 }
 
 // Rows no record matches are deleted, rows a record matches are updated in place, the rest
-// of the records are inserted.
+// of the records are inserted; an empty list deletes every row.
 TEST_F(Firmware, PldmTableDeleteUpdateInsert) {
-    load_machine_json(R"({"mctp_eids": [{"segment": 0, "bus": 59, "device": 0, "function": 1, "eid": 9}]})");
-    auto insert = [&](unsigned pci_key, unsigned vendor, unsigned func_key, const std::string& version) {
-        exec(
-            "INSERT INTO PldmDeviceFirmware (DeviceType, PCIKey, PCIFuncKey, Location, SlotNo, VendorId, "
-            "DeviceId, "
-            "SubVendorId, SubDeviceId, DeviceName, Manufacture, SoftwareID, VersionString, ReleaseDate) "
-            "VALUES (1, " +
-            std::to_string(pci_key) + ", " + std::to_string(func_key) + ", 0, 2, " + std::to_string(vendor) +
-            ", " + std::to_string(0x1017) + ", " + std::to_string(0x15B3) + ", 32, 'old', 'old', 'old', '" +
-            version + "', 'old')");
-    };
-    insert(dev_key, 0x15B3, fun0, "old-fn0");    // matches the fn0 record: updated
-    insert(0x990000, 0x15B3, 0x990000, "gone");  // no record: deleted
-    insert(dev_key, 0x8086, fun0, "other-vid");  // differs in VendorId: deleted
-    auto before = pldm();
-    ASSERT_EQ(3u, before.size());
-
-    ASSERT_EQ(0, run_xml(aim_doc(adapter("0", firmware("1.0", "13")) + adapter("1", firmware("2.0", "13")))));
-    auto after = pldm();
+    load_machine_json(endpoint(1));
+    exec(
+        "INSERT INTO PldmDeviceFirmware (PCIKey, VendorId, PCIFuncKey, DeviceId, SubVendorId, SubDeviceId) "
+        "VALUES (" +
+        fun0 + ", 5555, " + fun0 + ", 4119, 5555, 32), (" + other + ", 5555, " + other +
+        ", 4119, 5555, 32), (" + fun0 + ", 32902, " + fun0 + ", 4119, 5555, 32)");
+    std::string kept_id = pldm("_id")[0];
+    ASSERT_EQ(0, run(firmware("1.0", "13"), firmware("2.0", "13")));
+    auto after = rows("PldmDeviceFirmware");
     ASSERT_EQ(2u, after.size());
-    EXPECT_EQ(col(before[0], "_id"), col(after[0], "_id"));
-    EXPECT_EQ("1.0", col(after[0], "VersionString"));
-    EXPECT_EQ("Dual port 25GbE", col(after[0], "DeviceName"));
-    EXPECT_EQ("7", col(after[0], "DeviceType"));
-    EXPECT_EQ(std::to_string(fun1), col(after[1], "PCIFuncKey"));
-    EXPECT_EQ("2.0", col(after[1], "VersionString"));
+    std::string expected =
+        "_id=" + kept_id + "; DeviceType=7; PCIKey=" + fun0 + "; PCIFuncKey=" + fun0 +
+        "; Location=0; SlotNo=2; VendorId=5555; DeviceId=4119; SubVendorId=5555; "
+        "SubDeviceId=32; DeviceName=Dual port 25GbE; Manufacture=Acme; SoftwareID=15B31017; "
+        "VersionString=1.0; ReleaseDate=2024-01-02";
+    EXPECT_EQ(expected, pick(after[0], expected));
+    EXPECT_EQ("PCIFuncKey=" + fun1 + "; VersionString=2.0", pick(after[1], "PCIFuncKey; VersionString"));
+    EXPECT_TRUE(logged(host::log_level::info, "AIM PARSER: slot = 2, func_key = " + fun1 + ", EID = 0x09"));
 
-    // An empty list deletes every row.
     ASSERT_EQ(0, run_xml(aim_doc(aim_config("absent", "0x77", "0", "0", text("Card Name", "x")))));
-    EXPECT_EQ(0u, pldm().size());
-}
-
-TEST_F(Firmware, PldmTableFailuresLogged) {
-    std::string doc = aim_doc(adapter("0", firmware("1.0", "13")));
-    host::db_fail_writes(db, "PldmDeviceFirmware", "insert");
-    ASSERT_EQ(0, run_xml(doc));
-    EXPECT_EQ(1u, logged_prefix(host::log_level::warn,
-                                "AIM PARSER: failed to insert PLDM Adapter Information in slot 2, rc="))
-        << log_text();
-
-    host::db_fail_writes(db, "");
-    ASSERT_EQ(0, run_xml(doc));
-    exec("INSERT INTO PldmDeviceFirmware (PCIKey, PCIFuncKey) VALUES (1, 1)");
-    host::db_fail_writes(db, "PldmDeviceFirmware", "update");
-    ASSERT_EQ(0, run_xml(doc));
-    EXPECT_EQ(1u, logged_prefix(host::log_level::warn,
-                                "AIM PARSER: failed to update PLDM Firmware Information in slot 2, rc="))
-        << log_text();
-
-    host::db_fail_writes(db, "");
-    exec("INSERT INTO PldmDeviceFirmware (PCIKey, PCIFuncKey) VALUES (1, 1)");
-    host::db_fail_writes(db, "PldmDeviceFirmware", "delete");
-    ASSERT_EQ(0, run_xml(doc));
-    EXPECT_EQ(1u, logged_prefix(host::log_level::err, "failed to delete records in pldm firmware table: "));
-    EXPECT_EQ(2u, pldm().size());
+    EXPECT_EQ(0u, count("PldmDeviceFirmware"));
 }
 
 }  // namespace
