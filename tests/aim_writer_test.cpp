@@ -1,12 +1,12 @@
-// The AIM writer: exact layout, indentation by depth, unit 0 to a file.
+// The AIM writer: exact layout, indentation by depth times the unit, unit 0 to a file.
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <sstream>
 #include <string>
 
 #include "aim/document.h"
 #include "host/sysroot.h"
+#include "tests/fixture.h"
 
 using namespace aim_parser;
 
@@ -18,42 +18,18 @@ const char* header =
     "<inventories ID=\"\" schema-version=\"3.00\" xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" "
     "xsi:noNamespaceSchemaLocation=\"file:setup.xsd\">\n";
 
-template <class T>
-T* node(const char* name, uint32_t depth) {
-    T* n = new T();
-    n->name = name;
-    n->depth = depth;
-    return n;
-}
-
-// One configset (depth 1) with one config (depth 2) holding a group with a setting and a
-// sub-group, as the reader would have built it.
+// One configset with one config holding a group with a setting and a sub-group, read by
+// the reader (which sets the depths); the marked fields and the direct config are not written.
 void build(document& doc) {
-    configset* cs = node<configset>("Set", 1);
-    cs->mri_name = "SetMri";
-    config* c = node<config>("Card", 2);
-    c->id = "not written";
-    c->segment = "0";
-    c->bus = "0x3b";
-    c->device = "0";
-    c->function = "1";
-    c->desc = "a < b";
-    c->redfish = "not written";
-    group* g = node<group>("Generic", 3);
-    g->suppress_if = "not written";
-    group* sub = node<group>("Sub", 4);
-    setting_node* s = node<setting_node>("Width", 4);
-    s->type = setting_node::numeric_data;
-    s->value = "10";
-    s->desc = "lanes";
-    setting_node* fresh = node<setting_node>("Fresh", 5);
-    sub->add_setting_node(fresh);
-    g->add_group(sub);
-    g->add_setting_node(s);
-    c->add_group(g);
-    cs->add_config(c);
-    doc.inventories.add_configset(cs);
-    doc.inventories.add_config(node<config>("Direct", 1));  // never written
+    std::istringstream in(
+        "<inventories><configset><name>Set</name><mriName>SetMri</mriName><config ID=\"not written\">"
+        "<name>Card</name><redfish>not written</redfish><pfa><segment>0</segment><bus>0x3b</bus><device>0"
+        "</device><function>1</function></pfa><desc>a &lt; b</desc><group suppress-if=\"not written\"><name>"
+        "Generic</name><group><name>Sub</name><setting ID=\"f\"><name>Fresh</name></setting></group><setting "
+        "ID=\"w\"><name>Width</name><numeric_data><value>10</value></numeric_data><desc>lanes</desc></"
+        "setting>"
+        "</group></config></configset><config ID=\"d\"><name>Direct</name></config></inventories>");
+    ASSERT_EQ(0u, doc.parse(in));
 }
 
 const char* expected_body =
@@ -94,87 +70,52 @@ const char* expected_body =
     "  </configset>\n"
     "</inventories>\n";
 
-std::string strip_leading_spaces(const std::string& text) {
+// `text` (indented two spaces a level) as indented `unit` spaces a level.
+std::string indent(const std::string& text, size_t unit) {
     std::istringstream in(text);
     std::string line, out;
-    while (std::getline(in, line))
-        out += line.substr(line.find_first_not_of(' ') == std::string::npos ? line.size()
-                                                                            : line.find_first_not_of(' ')) +
-               "\n";
+    while (std::getline(in, line)) {
+        size_t spaces = line.find_first_not_of(' ');
+        out += std::string(spaces / 2 * unit, ' ') + line.substr(spaces) + "\n";
+    }
     return out;
 }
 
-TEST(AimWriter, StreamOperatorIndentsByDepthTimesTwo) {
+TEST(AimWriter, LayoutIndentsByDepthTimesUnit) {
     document doc;
     build(doc);
-    std::ostringstream os;
-    os << doc;
-    EXPECT_EQ(std::string(header) + expected_body, os.str());
-}
+    std::ostringstream two, three;
+    two << doc;
+    EXPECT_EQ(std::string(header) + expected_body, two.str());
+    doc.dump(three, 3);
+    EXPECT_EQ(indent(std::string(header) + expected_body, 3), three.str());
 
-TEST(AimWriter, UnitScalesIndentation) {
-    document doc;
-    build(doc);
-    std::ostringstream os;
-    doc.dump(os, 3);
-    EXPECT_NE(std::string::npos, os.str().find("\n   <configset>\n      <name>Set</name>\n"));
-    EXPECT_NE(std::string::npos, os.str().find("\n         <segment>0</segment>\n"));
-    std::ostringstream one;
-    doc.inventories.get_configset("Set")->get_config("Card")->dump(one, 1);
-    EXPECT_EQ(0u, one.str().find("  <config>\n   <name>Card</name>\n"));
-}
-
-TEST(AimWriter, FileDumpHasNoIndentation) {
     host::scoped_sysroot sys;
-    document doc;
-    build(doc);
-    doc.dump("/tmp/out.xml");  // a controller path, placed below the sysroot
-    std::ifstream in(sys.dir() + "/tmp/out.xml");
-    ASSERT_TRUE(in.is_open());
-    std::stringstream ss;
-    ss << in.rdbuf();
-    EXPECT_EQ(std::string(header) + strip_leading_spaces(expected_body), ss.str());
-    EXPECT_EQ(std::string::npos, ss.str().find("\n "));
-
+    doc.dump("/tmp/out.xml");  // a controller path, placed below the sysroot: no indentation
+    EXPECT_EQ(indent(std::string(header) + expected_body, 0),
+              testutil::read_file(sys.dir() + "/tmp/out.xml"));
     doc.dump(static_cast<const char*>(nullptr));  // does nothing
     doc.dump("/no/such/dir/out.xml");             // not reported
-}
 
-TEST(AimWriter, EmptyDocumentAndOrdering) {
     document empty;
     std::ostringstream os;
     os << empty;
     EXPECT_EQ(std::string(header) + "</inventories>\n", os.str());
-
-    // Children print in key order; settings before sub-groups.
-    group g;
-    g.name = "G";
-    g.add_group(node<group>("b", 1));
-    g.add_group(node<group>("a", 1));
-    g.add_setting_node(node<setting_node>("z", 1));
-    std::ostringstream gs;
-    g.dump(gs, 0);
-    std::string out = gs.str();
-    size_t z = out.find("<name>z</name>"), a = out.find("<name>a</name>"), b = out.find("<name>b</name>");
-    ASSERT_NE(std::string::npos, z);
-    EXPECT_LT(z, a);
-    EXPECT_LT(a, b);
 }
 
 TEST(AimWriter, DataTypeTags) {
     const std::pair<uint32_t, const char*> rows[] = {
-        {0, "<text_data>v</text_data>"},           {1, "<numeric_data>v</numeric_data>"},
-        {2, "<enumerate_data>v</enumerate_data>"}, {3, "<boolean_data>v</boolean_data>"},
-        {4, "<unknow_value>v</unknow_value>"},     {77, "<unknow_value>v</unknow_value>"},
-    };
+        std::make_pair(0u, "text_data"),      std::make_pair(1u, "numeric_data"),
+        std::make_pair(2u, "enumerate_data"), std::make_pair(3u, "boolean_data"),
+        std::make_pair(4u, "unknow_value"),   std::make_pair(77u, "unknow_value")};
     for (const auto& r : rows) {
         setting_node s;
         s.type = r.first;
         s.value = "v";
         std::ostringstream os;
         s.dump(os, 2);
-        EXPECT_EQ(std::string("<setting>\n  <name></name>\n  <mriName></mriName>\n  ") + r.second +
-                      "\n  <desc></desc>\n</setting>\n",
+        EXPECT_EQ(std::string("<setting>\n  <name></name>\n  <mriName></mriName>\n  <") + r.second + ">v</" +
+                      r.second + ">\n  <desc></desc>\n</setting>\n",
                   os.str());
     }
 }

@@ -1,10 +1,11 @@
 // The host's sysxml DOM: node kinds and names in document order, attributes, content,
-// ill-formed input with line numbers, no DTD or external entity loaded.
+// ill-formed input with line numbers, no DTD or external entity loaded. (Deep documents:
+// the reader's and aimctl's tests.)
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "platform/sysxml.h"
@@ -12,38 +13,20 @@
 namespace {
 
 std::vector<std::string> children(const sysxml::node& n) {
+    static const char* kinds[] = {"none", "element", "text", "comment", "pi"};
     std::vector<std::string> out;
-    for (sysxml::node c = n.first_child(); c; c = c.next_sibling()) {
-        std::string kind;
-        switch (c.kind()) {
-            case sysxml::node_kind::element:
-                kind = "element";
-                break;
-            case sysxml::node_kind::text:
-                kind = "text";
-                break;
-            case sysxml::node_kind::comment:
-                kind = "comment";
-                break;
-            case sysxml::node_kind::pi:
-                kind = "pi";
-                break;
-            case sysxml::node_kind::none:
-                kind = "none";
-                break;
-        }
-        out.push_back(kind + ":" + c.name() + "=" + c.content());
-    }
+    for (sysxml::node c = n.first_child(); c; c = c.next_sibling())
+        out.push_back(std::string(kinds[static_cast<int>(c.kind())]) + ":" + c.name() + "=" + c.content());
     return out;
 }
 
 // The message and line of the exception that building a DOM from `xml` throws.
-std::string failure(const std::string& xml, unsigned* line = nullptr) {
+std::string failure(const std::string& xml, unsigned& line) {
     std::istringstream in(xml);
     try {
         sysxml::document doc(in, false);
     } catch (const sysipc::exception& e) {
-        if (line) *line = e.line();
+        line = e.line();
         EXPECT_EQ(nullptr, e.file());
         EXPECT_EQ(e.message(), e.what());
         return e.message();
@@ -69,44 +52,30 @@ TEST(AimXml, NodesInDocumentOrder) {
         children(r));
     EXPECT_EQ("\n  t<raw>tail\n", r.content());  // text of every descendant, not comments or PIs
     sysxml::node none;
-    EXPECT_FALSE(none);
-    EXPECT_STREQ("", none.name());
-    EXPECT_EQ("", none.content());
-    EXPECT_FALSE(none.first_child());
-    EXPECT_EQ(nullptr, none.attribute("a"));
-    EXPECT_EQ(sysxml::node_kind::none, none.kind());
+    EXPECT_TRUE(!none && !none.first_child() && !none.attribute("a") &&
+                none.kind() == sysxml::node_kind::none);
+    EXPECT_EQ("", none.content() + none.name());
 }
 
 TEST(AimXml, IllFormedInputThrowsWithTheLine) {
-    struct row {
-        const char* xml;
-        unsigned line;
-        const char* text;
-    };
-    const row rows[] = {
-        {"<a>\n<b>\n</a>\n", 3, "ill-formed XML at line 3: "},
-        {"<a>\n<b>\n", 0, "ill-formed XML at line "},
-        {"<a/>\n\n<b/>\n", 3, "ill-formed XML at line 3: more than one document element"},
-        {"   \n  ", 0, "ill-formed XML at line "},
-        {"<?xml version=\"1.0\"?>\n", 0, "ill-formed XML at line "},
-        {"<a x=1/>", 1, "ill-formed XML at line 1: "},
-        {"", 1, "empty XML stream"},
-    };
-    for (const row& r : rows) {
+    const std::tuple<const char*, unsigned, const char*> rows[] = {
+        std::make_tuple("<a>\n<b>\n</a>\n", 3, "ill-formed XML at line 3: "),
+        std::make_tuple("<a>\n<b>\n", 0, "ill-formed XML at line "),
+        std::make_tuple("<a/>\n\n<b/>\n", 3, "ill-formed XML at line 3: more than one document element"),
+        std::make_tuple("   \n  ", 0, "ill-formed XML at line "),
+        std::make_tuple("<?xml version=\"1.0\"?>\n", 0, "ill-formed XML at line "),
+        std::make_tuple("<a x=1/>", 1, "ill-formed XML at line 1: "),
+        std::make_tuple("", 1, "empty XML stream"),
+        // Parsing in place overwrites the line feed that ends a name and turns one inside an
+        // attribute value into a blank; the error's line still counts them.
+        std::make_tuple("<a\n>\n<b\n/>\n<c>\n</a>", 6, "ill-formed XML at line 6: "),
+        std::make_tuple("<a x=\"1\n2\">\n</b>", 3, "ill-formed XML at line 3: "),
+        std::make_tuple("<a\n/>\n<b/>", 3, "ill-formed XML at line 3: ")};
+    for (const auto& r : rows) {
         unsigned line = 0;
-        std::string msg = failure(r.xml, &line);
-        EXPECT_EQ(0u, msg.find(r.text)) << r.xml << " -> " << msg;
-        if (r.line) {
-            EXPECT_EQ(r.line, line) << r.xml;
-        }
-    }
-
-    std::ifstream missing("/nonexistent/aim.xml");
-    try {
-        sysxml::document doc(missing, false);
-        ADD_FAILURE() << "no exception";
-    } catch (const sysipc::exception& e) {
-        EXPECT_EQ("cannot read the XML stream", e.message());
+        std::string msg = failure(std::get<0>(r), line);
+        EXPECT_EQ(0u, msg.find(std::get<2>(r))) << std::get<0>(r) << " -> " << msg;
+        EXPECT_TRUE(!std::get<1>(r) || std::get<1>(r) == line) << std::get<0>(r) << " at " << line;
     }
 }
 
@@ -118,17 +87,6 @@ TEST(AimXml, NoDtdOrExternalEntityIsLoaded) {
     std::string text = doc.root().content();
     EXPECT_EQ(std::string::npos, text.find("root:"));
     EXPECT_EQ(std::string::npos, text.find("expanded"));
-}
-
-TEST(AimXml, DeepDocumentsNeedNoStack) {
-    const int levels = 200000;
-    std::string xml;
-    for (int i = 0; i < levels; ++i) xml += "<d>";
-    xml += "x";
-    for (int i = 0; i < levels; ++i) xml += "</d>";
-    std::istringstream in(xml);
-    sysxml::document doc(in, false);
-    EXPECT_EQ("x", doc.root().content());
 }
 
 }  // namespace
