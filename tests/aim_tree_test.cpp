@@ -1,14 +1,17 @@
 // The AIM tree: the container family shared by every parent (lookups in small and large
-// containers, duplicates, removal, ownership), substring lists, get_int64, deep deletion.
+// containers, duplicates, removal, ownership), get_int64; the writer's
+// exact layout, indentation by depth times the unit, unit 0 to a file.
 #include <gtest/gtest.h>
 
-#include <map>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <tuple>
 #include <vector>
 
 #include "aim/document.h"
+#include "host/sysroot.h"
+#include "tests/fixture.h"
 
 using namespace aim_parser;
 
@@ -33,7 +36,7 @@ T* named(const std::string& name) {
 template <class P, class C>
 void check_family(void (P::*add)(C*), C* (P::*get)(const char*) const,
                   void (P::*get_all)(const char*, std::vector<C*>&) const, bool (P::*remove)(const char*),
-                  void (P::*clear)(), const std::multimap<std::string, C*> P::*children) {
+                  void (P::*clear)()) {
     P p;
     const std::vector<std::string> keys = {"A", "", "\xC3\xA9t\xC3\xA9", "B", "AB", "z"};
     std::vector<C*> added;
@@ -57,41 +60,18 @@ void check_family(void (P::*add)(C*), C* (P::*get)(const char*) const,
     g_deleted = 0;
     (p.*clear)();
     EXPECT_EQ(25, g_deleted);
-    EXPECT_TRUE((p.*children).empty());
     EXPECT_THROW((p.*get)(nullptr), std::logic_error);
     EXPECT_THROW((p.*remove)(nullptr), std::logic_error);
 }
 
-TEST(AimTree, EveryContainerFamilyBehavesAlike) {
+// Every family shares these helpers; the settings and the sub-groups of a group are deleted
+// by different ones.
+TEST(AimTree, ContainerFamilies) {
     check_family<group, setting_node>(&group::add_setting_node, &group::get_setting_node,
                                       &group::get_setting_node, &group::remove_setting_node,
-                                      &group::clear_setting_nodes, &group::settings);
+                                      &group::clear_setting_nodes);
     check_family<group, group>(&group::add_group, &group::get_group, &group::get_group, &group::remove_group,
-                               &group::clear_groups, &group::groups);
-    check_family<config, group>(&config::add_group, &config::get_group, &config::get_group,
-                                &config::remove_group, &config::clear_groups, &config::groups);
-    check_family<configset, config>(&configset::add_config, &configset::get_config, &configset::get_config,
-                                    &configset::remove_config, &configset::clear_configs,
-                                    &configset::configs);
-    check_family<inventories, configset>(&inventories::add_configset, &inventories::get_configset,
-                                         &inventories::get_configset, &inventories::remove_configset,
-                                         &inventories::clear_configsets, &inventories::configsets);
-    check_family<inventories, config>(&inventories::add_config, &inventories::get_config,
-                                      &inventories::get_config, &inventories::remove_config,
-                                      &inventories::clear_configs, &inventories::configs);
-}
-
-TEST(AimTree, GroupListMatchesSubstringsInKeyOrder) {
-    group g;
-    group* port = named<group>("Port 1");
-    group* logical = named<group>("Logical Port 1");
-    group* fw = named<group>("Firmware");
-    for (group* c : {port, logical, fw}) g.add_group(c);
-    std::vector<group*> out;
-    g.get_group_list("Port", out);
-    g.get_group_list("", out);      // appends; an empty part matches all
-    g.get_group_list("port", out);  // case-sensitive
-    EXPECT_EQ((std::vector<group*>{logical, port, fw, logical, port}), out);
+                               &group::clear_groups);
 }
 
 TEST(AimTree, Int64ByType) {
@@ -111,25 +91,109 @@ TEST(AimTree, Int64ByType) {
     }
 }
 
-// Deleting (or removing) a chain of 200 000 nested groups must not recurse.
-TEST(AimTree, DeletingAVeryDeepGroupChainDoesNotRecurse) {
-    const int levels = 200000;
-    g_deleted = 0;
-    for (bool by_remove : {false, true}) {
-        config cfg;
-        group* cur = named<group>("x");
-        cfg.add_group(cur);
-        for (int i = 1; i < levels; ++i) {
-            group* next = named<group>("x");
-            next->add_setting_node(named<setting_node>("s"));
-            cur->add_group(next);
-            cur = next;
-        }
-        if (by_remove) {
-            EXPECT_TRUE(cfg.remove_group("x"));
-        }
+// ---- the writer ------------------------------------------------------------------------------
+
+const char* header =
+    "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n"
+    "<?xml-stylesheet type=\"text/xsl\" href=\"setup.xsl\" ?>\n"
+    "<inventories ID=\"\" schema-version=\"3.00\" xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" "
+    "xsi:noNamespaceSchemaLocation=\"file:setup.xsd\">\n";
+
+// One configset with one config holding a group with a setting and a sub-group, read by
+// the reader (which sets the depths); the marked fields and the direct config are not written.
+void build(document& doc) {
+    std::istringstream in(
+        "<inventories><configset><name>Set</name><mriName>SetMri</mriName><config ID=\"not written\">"
+        "<name>Card</name><redfish>not written</redfish><pfa><segment>0</segment><bus>0x3b</bus><device>0"
+        "</device><function>1</function></pfa><desc>a &lt; b</desc><group suppress-if=\"not written\"><name>"
+        "Generic</name><mriName>GM</mriName><group><name>Sub</name><setting "
+        "ID=\"f\"><name>Fresh</name></setting></group><setting "
+        "ID=\"w\"><name>Width</name><numeric_data><value>10</value></numeric_data><desc>lanes</desc></"
+        "setting>"
+        "</group></config></configset><config ID=\"d\"><name>Direct</name></config></inventories>");
+    ASSERT_EQ(0u, doc.parse(in));
+}
+
+const char* expected_body =
+    "  <configset>\n"
+    "    <name>Set</name>\n"
+    "    <mriName>SetMri</mriName>\n"
+    "    <config>\n"
+    "      <name>Card</name>\n"
+    "      <mriName></mriName>\n"
+    "      <pfa>\n"
+    "      <segment>0</segment>\n"
+    "      <bus>0x3b</bus>\n"
+    "      <device>0</device>\n"
+    "      <function>1</function>\n"
+    "      </pfa>\n"
+    "      <desc>a < b</desc>\n"
+    "      <group>\n"
+    "        <name>Generic</name>\n"
+    "        <mriName>GM</mriName>\n"
+    "        <setting>\n"
+    "          <name>Width</name>\n"
+    "          <mriName></mriName>\n"
+    "          <numeric_data>10</numeric_data>\n"
+    "          <desc>lanes</desc>\n"
+    "        </setting>\n"
+    "        <group>\n"
+    "          <name>Sub</name>\n"
+    "          <mriName></mriName>\n"
+    "          <setting>\n"
+    "            <name>Fresh</name>\n"
+    "            <mriName></mriName>\n"
+    "            <unknow_value></unknow_value>\n"
+    "            <desc></desc>\n"
+    "          </setting>\n"
+    "        </group>\n"
+    "      </group>\n"
+    "    </config>\n"
+    "  </configset>\n"
+    "</inventories>\n";
+
+// `text` (indented two spaces a level) as indented `unit` spaces a level.
+std::string indent(const std::string& text, size_t unit) {
+    std::istringstream in(text);
+    std::string line, out;
+    while (std::getline(in, line)) {
+        size_t spaces = line.find_first_not_of(' ');
+        out += std::string(spaces / 2 * unit, ' ') + line.substr(spaces) + "\n";
     }
-    EXPECT_EQ(2 * (levels + levels - 1), g_deleted);
+    return out;
+}
+
+TEST(AimWriter, LayoutIndentsByDepthTimesUnit) {
+    document doc;
+    build(doc);
+    std::ostringstream two, three;
+    two << doc;
+    EXPECT_EQ(std::string(header) + expected_body, two.str());
+    doc.dump(three, 3);
+    EXPECT_EQ(indent(std::string(header) + expected_body, 3), three.str());
+
+    host::scoped_sysroot sys;
+    doc.dump("/tmp/out.xml");  // a controller path, placed below the sysroot: no indentation
+    EXPECT_EQ(indent(std::string(header) + expected_body, 0),
+              testutil::read_file(sys.dir() + "/tmp/out.xml"));
+    doc.dump(static_cast<const char*>(nullptr));  // does nothing
+
+    document empty;
+    std::ostringstream os;
+    os << empty;
+    EXPECT_EQ(std::string(header) + "</inventories>\n", os.str());
+}
+
+TEST(AimWriter, DataTypeTags) {
+    const char* tags[] = {"text_data", "numeric_data", "enumerate_data", "boolean_data", "unknow_value"};
+    for (uint32_t type : {0u, 1u, 2u, 3u, 4u, 77u}) {
+        setting_node s;
+        s.type = type;
+        std::ostringstream os;
+        s.dump(os, 0);
+        std::string tag = tags[type < 4 ? type : 4];
+        EXPECT_NE(std::string::npos, os.str().find("\n<" + tag + "></" + tag + ">\n")) << os.str();
+    }
 }
 
 }  // namespace
