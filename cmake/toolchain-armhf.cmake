@@ -35,6 +35,10 @@ set(ENV{PKG_CONFIG_SYSROOT_DIR} "${AIM_ARM_SYSROOT}")
 set(ENV{PKG_CONFIG_ALLOW_SYSTEM_CFLAGS} 1)
 set(ENV{PKG_CONFIG_ALLOW_SYSTEM_LIBS} 1)
 
+# GCC notes on ARM that passing some std iterators changed in GCC 7.1; everything here is
+# built with one compiler, so the note says nothing.
+set(CMAKE_CXX_FLAGS_INIT "-Wno-psabi")
+
 # The sysroot's libraries need each other (pugixml needs libstdc++ ...) at link time.
 set(CMAKE_EXE_LINKER_FLAGS_INIT "-Wl,-rpath-link,${AIM_ARM_SYSROOT}/usr/lib/arm-linux-gnueabihf")
 set(CMAKE_SHARED_LINKER_FLAGS_INIT "-Wl,-rpath-link,${AIM_ARM_SYSROOT}/usr/lib/arm-linux-gnueabihf")

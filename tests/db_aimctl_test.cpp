@@ -2,187 +2,97 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <vector>
 
 #include "host/db.h"
 #include "tests/fixture.h"
 
 namespace {
 
-using testutil::IngestTest;
-
-typedef testutil::aimctl_result outcome;
-
-class AimctlDb : public IngestTest {
+class AimctlDb : public testutil::IngestTest {
 protected:
-    outcome aimctl(const std::string& args) { return testutil::run_aimctl(args, dir); }
-    // A database file with the schema, filled by `sql`.
-    std::string make_db(const std::string& sql) {
-        std::string path = dir + "/cli.db";
-        std::string e;
-        _vqm_db_handle_t* h = host::db_open_file(path, &e);
-        EXPECT_NE(nullptr, h) << e;
-        EXPECT_EQ(0, host::db_apply_schema(h, &e)) << e;
-        if (!sql.empty()) {
-            EXPECT_EQ(0, host::db_exec_script(h, sql, &e)) << e;
-        }
+    testutil::aimctl_result aimctl(const std::string& args) { return testutil::run_aimctl(args, dir); }
+    // Runs `sql` on the database file `path`: a SELECT answers column "r" of its first row.
+    std::string on(const std::string& path, const std::string& sql) {
+        _vqm_db_handle_t* h = host::db_open_file(path);
+        std::vector<host::row> rows;
+        EXPECT_EQ(0, sql.rfind("SELECT", 0) ? host::db_exec_script(h, sql) : host::db_select(h, sql, rows));
         vqm_db_close(h);
-        return path;
+        return rows.empty() ? "" : rows[0]["r"];
     }
 };
 
-TEST_F(AimctlDb, InitDbCreatesTheSchemaAndShowPrintsAnEmptyTable) {
-    std::string path = dir + "/new.db";
-    outcome o = aimctl("init-db " + path);
-    ASSERT_EQ(0, o.status) << o.err;
-    o = aimctl("show --db " + path + " PCIPhysicalPortStat");
-    ASSERT_EQ(0, o.status) << o.err;
-    EXPECT_EQ(
-        "_id  PCIFuncKey  Idx  LinkStatus  LinkSpeed  TxUtil  RxUtil\n"
-        "---  ----------  ---  ----------  ---------  ------  ------\n"
-        "(0 rows)\n",
-        o.out);
-    EXPECT_EQ(2, aimctl("init-db").status);
-    EXPECT_EQ(2, aimctl("init-db a b").status);
-}
-
-TEST_F(AimctlDb, ShowPrintsTableCsvAndJson) {
-    std::string path = make_db(
-        "INSERT INTO PCIAdapter (SegNo, BusNo, CardName, PCIFuncKey) VALUES (0, 59, 'Intel, \"E810\"', "
-        "3866624);"
-        "INSERT INTO PCIAdapter (SegNo, BusNo, CardName) VALUES (0, 202, 'A100');");
-    outcome o = aimctl("show --db " + path + " PCIAdapter");
-    ASSERT_EQ(0, o.status) << o.err;
+TEST_F(AimctlDb, InitDbShowAndRebuild) {
+    std::string path = dir + "/cli.db", show = "show --db " + path + " ";
+    EXPECT_EQ(1, aimctl("rebuild --db " + path).status);
+    EXPECT_EQ(1, aimctl(show + "PCIs").status);
+    EXPECT_FALSE(std::filesystem::exists(path)) << "neither show nor rebuild creates a database";
+    ASSERT_EQ(0, aimctl("init-db " + path).status);
+    on(path,
+       "INSERT INTO PCIAdapter (SegNo, BusNo, CardName, PCIFuncKey) VALUES (0, 59, 'Intel, \"E810\"', "
+       "3866624),"
+       " (0, 202, 'A100', NULL); INSERT INTO PCIPhysicalPort (Idx, PCIFuncKey) VALUES (1, 3866624), (2, 9)");
     EXPECT_EQ(
         "_id  SegNo  BusNo  CardName       PCIFuncKey\n"
         "---  -----  -----  -------------  ----------\n"
         "1    0      59     Intel, \"E810\"  3866624\n"
         "2    0      202    A100           NULL\n"
         "(2 rows)\n",
-        o.out);
-
-    o = aimctl("show --db " + path + " PCIAdapter --format csv");
-    ASSERT_EQ(0, o.status) << o.err;
+        aimctl(show + "PCIAdapter").out);
     EXPECT_EQ(
         "_id,SegNo,BusNo,DeviceNo,FunctionNo,NodeNo,SlotNo,CardName,ConnectorType,AIMSupported,OOBSrc,PCIKey,"
-        "PCIFuncKey,Location\n"
-        "1,0,59,,,,,\"Intel, \"\"E810\"\"\",,,,,3866624,\n"
-        "2,0,202,,,,,A100,,,,,,\n",
-        o.out);
+        "PCIFuncKey,Location\n1,0,59,,,,,\"Intel, \"\"E810\"\"\",,,,,3866624,\n2,0,202,,,,,A100,,,,,,\n",
+        aimctl(show + "PCIAdapter --format csv").out);
+    EXPECT_EQ(
+        R"({"AIMSupported":null,"BusNo":202,"CardName":"A100","ConnectorType":null,"DeviceNo":null,)"
+        R"("FunctionNo":null,"Location":null,"NodeNo":null,"OOBSrc":null,"PCIFuncKey":null,"PCIKey":null,)"
+        R"("SegNo":0,"SlotNo":null,"_id":2})",
+        nlohmann::json::parse(aimctl("show --format=json --db " + path + " PCIAdapter").out).at(1).dump());
+    ASSERT_EQ(0, aimctl("rebuild --db " + path).status);
+    EXPECT_EQ("_id,PCIFuncKey,Idx,LinkStatus,LinkSpeed,TxUtil,RxUtil\n1,3866624,1,0,0,0,0\n2,9,2,0,0,0,0\n",
+              aimctl(show + "PCIPhysicalPortStat --format csv").out);
 
-    o = aimctl("show --format=json --db " + path + " PCIAdapter");
-    ASSERT_EQ(0, o.status) << o.err;
-    nlohmann::json j = nlohmann::json::parse(o.out);
-    ASSERT_EQ(2u, j.size());
-    EXPECT_EQ(59, j[0]["BusNo"]);
-    EXPECT_EQ("Intel, \"E810\"", j[0]["CardName"]);
-    EXPECT_TRUE(j[1]["PCIFuncKey"].is_null());
-    EXPECT_EQ(14u, j[1].size());
-}
-
-TEST_F(AimctlDb, ShowRejectsUnknownTablesFormatsAndMissingDatabases) {
-    std::string path = make_db("");
-    outcome o = aimctl("show --db " + path + " NoSuchTable");
+    testutil::aimctl_result o = aimctl(show + "NoSuchTable");
     EXPECT_EQ(2, o.status);
     EXPECT_NE(std::string::npos,
               o.err.find("aimctl show: unknown table 'NoSuchTable' (tables of " + path + ": "))
         << o.err;
-    EXPECT_NE(std::string::npos, o.err.find("PCIAdapter")) << o.err;
-    EXPECT_EQ(2, aimctl("show --db " + path + " PCIs --format xml").status);
-    EXPECT_EQ(2, aimctl("show PCIs").status);
-    EXPECT_EQ(2, aimctl("show --db " + path).status);
-    o = aimctl("show --db " + dir + "/absent.db PCIs");
-    EXPECT_EQ(1, o.status);
-    EXPECT_FALSE(std::filesystem::exists(dir + "/absent.db")) << "show creates no database";
+    for (const char* bad : {"init-db", "init-db a b", "show PCIs", "show --db x.db PCIs --format xml",
+                            "rebuild", "rebuild --db", "rebuild --db x y"})
+        EXPECT_EQ(2, aimctl(bad).status) << bad;
+    EXPECT_EQ(0, aimctl("rebuild --help").status);
 }
 
-TEST_F(AimctlDb, IngestLoadsTheMachineFunctionsAndRefusesBadMachines) {
-    std::string machine = dir + "/m";
-    testutil::write_file(
-        machine + "/machine.json",
-        R"({"pcis": [{"SegNo": 0, "BusNo": 1, "DeviceNo": 0, "FunctionNo": 0, "FunKey": 65536},
-                                      {"SegNo": 0, "BusNo": 2, "DeviceNo": 0, "FunctionNo": 0, "FunKey": 131072}]})");
-    std::string path = make_db("INSERT INTO PCIs (BusNo) VALUES (99)");
-    std::string aim = dir + "/in.xml";
-    testutil::write_file(aim, testutil::aim_doc(""));
-    outcome o = aimctl("ingest --db " + path + " --machine " + machine + " " + aim);
-    EXPECT_EQ(0, o.status) << o.err;
-    EXPECT_NE(std::string::npos, o.out.find("parse_aim: ")) << o.out;
-    std::vector<host::row> rows;
-    _vqm_db_handle_t* h = host::db_open_file(path);
-    ASSERT_NE(nullptr, h);
-    ASSERT_EQ(0, host::db_select(h, "SELECT BusNo FROM PCIs ORDER BY _id", rows));
-    vqm_db_close(h);
-    ASSERT_EQ(2u, rows.size()) << "the machine's functions replace the rows of PCIs";
-    EXPECT_EQ("1", rows[0]["BusNo"]);
-    EXPECT_EQ("2", rows[1]["BusNo"]);
-
-    testutil::write_file(machine + "/machine.json", R"({"pcis": [], "gadgets": 1})");
-    o = aimctl("ingest --db " + path + " --machine " + machine + " " + aim);
-    EXPECT_EQ(2, o.status);
-    EXPECT_NE(std::string::npos, o.err.find("machine.json: unknown key \"gadgets\"")) << o.err;
-    EXPECT_EQ(2, aimctl("ingest --db " + path + " --machine " + dir + "/none " + aim).status);
-    EXPECT_EQ(2, aimctl("ingest --db " + path).status);
-    EXPECT_EQ(2, aimctl("ingest " + aim).status);
-    EXPECT_EQ(2, aimctl("ingest --db " + path + " --bogus " + aim).status);
-}
-
-TEST_F(AimctlDb, IngestCreatesTheDatabaseAndFailsOnAMissingFile) {
-    std::string path = dir + "/fresh.db";
-    outcome o = aimctl("ingest --db " + path + " " + dir + "/no-such.xml");
-    EXPECT_EQ(1, o.status) << o.out << o.err;
-    EXPECT_NE(std::string::npos, o.out.find("parse_aim: -1")) << o.out;
-    _vqm_db_handle_t* h = host::db_open_file(path);
-    ASSERT_NE(nullptr, h);
-    std::vector<host::row> rows;
-    EXPECT_EQ(0, host::db_select(h, "SELECT count(*) AS n FROM PCIAdapter", rows));
-    vqm_db_close(h);
-}
-
-// The demo: the example AIM file on the example machine.
-TEST_F(AimctlDb, IngestOfTheExampleWritesItsAdapters) {
-    std::string path = dir + "/example.db";
+// The demo: the example AIM file on the example machine, into a database that ingest creates;
+// the machine's functions replace the rows of "PCIs" and the run stays in its sysroot.
+TEST_F(AimctlDb, Ingest) {
+    std::string path = dir + "/example.db", ingest = "ingest --db " + path;
     bool real_tmp_file = std::filesystem::exists("/tmp/aim_filtered.xml");
-    outcome o =
-        aimctl("ingest --db " + path + " --machine " + testutil::source_path("examples/machines/server-2u") +
-               " " + testutil::source_path("examples/aim/server-2u.xml"));
+    testutil::aimctl_result o = aimctl(ingest + " " + dir + "/no-such.xml");
+    EXPECT_EQ(1, o.status) << o.err;
+    EXPECT_NE(std::string::npos, o.out.find("parse_aim: -1")) << o.out;
+    on(path, "INSERT INTO PCIs (BusNo) VALUES (99)");
+    o = aimctl(ingest + " --machine " + testutil::source_path("examples/machines/server-2u") + " " +
+               testutil::source_path("examples/aim/server-2u.xml"));
     ASSERT_EQ(0, o.status) << o.out << o.err;
     EXPECT_NE(std::string::npos, o.out.find("parse_aim: 0\n")) << o.out;
     EXPECT_NE(std::string::npos, o.err.find("AIM PARSER: successfully parsed \"/tmp/aim_filtered.xml\""))
         << o.err;
-    EXPECT_EQ(real_tmp_file, std::filesystem::exists("/tmp/aim_filtered.xml"))
-        << "the run stays in its sysroot";
-    o = aimctl("show --db " + path + " PCIAdapter --format csv");
-    ASSERT_EQ(0, o.status) << o.err;
-    for (const char* address :
-         {"\n1,0,94,0,0,", ",0,59,0,0,", ",0,59,0,1,", ",0,202,0,0,", ",0,216,0,0,", ",0,3,0,0,"}) {
-        EXPECT_NE(std::string::npos, o.out.find(address)) << address << " in\n" << o.out;
-    }
-}
+    EXPECT_EQ(real_tmp_file, std::filesystem::exists("/tmp/aim_filtered.xml"));
+    EXPECT_EQ("0", on(path, "SELECT count(*) AS r FROM PCIs WHERE BusNo=99"));
+    // The file's functions (AIM-supported) and the machine's others that have adapter rows.
+    EXPECT_EQ("0:3.0:1 0:23.0:0 0:59.0:1 0:59.1:1 0:94.0:1 0:134.0:0 0:175.0:0 0:202.0:1 0:216.0:1",
+              on(path,
+                 "SELECT group_concat(a, ' ') AS r FROM (SELECT SegNo || ':' || BusNo || '.' || FunctionNo"
+                 " || ':' || AIMSupported AS a FROM PCIAdapter ORDER BY BusNo, FunctionNo)"));
 
-TEST_F(AimctlDb, RebuildFillsAnEmptyStatisticsTable) {
-    std::string path = make_db(
-        "INSERT INTO PCIPhysicalPort (Idx, PCIFuncKey) VALUES (1, 3866624), (2, 3866624), (1, 3866625)");
-    outcome o = aimctl("rebuild --db " + path);
-    ASSERT_EQ(0, o.status) << o.err;
-    o = aimctl("show --db " + path + " PCIPhysicalPortStat --format csv");
-    EXPECT_EQ(
-        "_id,PCIFuncKey,Idx,LinkStatus,LinkSpeed,TxUtil,RxUtil\n"
-        "1,3866624,1,0,0,0,0\n"
-        "2,3866624,2,0,0,0,0\n"
-        "3,3866625,1,0,0,0,0\n",
-        o.out);
-    ASSERT_EQ(0, aimctl("rebuild --db " + path).status);
-    EXPECT_EQ(o.out, aimctl("show --db " + path + " PCIPhysicalPortStat --format csv").out)
-        << "kept when not empty";
-}
-
-TEST_F(AimctlDb, RebuildNeedsAnExistingDatabase) {
-    EXPECT_EQ(1, aimctl("rebuild --db " + dir + "/absent.db").status);
-    EXPECT_FALSE(std::filesystem::exists(dir + "/absent.db"));
-    EXPECT_EQ(2, aimctl("rebuild").status);
-    EXPECT_EQ(2, aimctl("rebuild --db").status);
-    EXPECT_EQ(2, aimctl("rebuild --db x y").status);
-    EXPECT_EQ(0, aimctl("rebuild --help").status);
+    testutil::write_file(dir + "/m/machine.json", R"({"pcis": [], "gadgets": 1})");
+    o = aimctl(ingest + " --machine " + dir + "/m x.xml");
+    EXPECT_EQ(2, o.status);
+    EXPECT_NE(std::string::npos, o.err.find("machine.json: unknown key \"gadgets\"")) << o.err;
+    for (std::string bad : {ingest + " --machine " + dir + "/none x.xml", ingest, ingest + " --bogus x.xml",
+                            std::string("ingest x.xml")})
+        EXPECT_EQ(2, aimctl(bad).status) << bad;
 }
 
 }  // namespace
