@@ -150,7 +150,6 @@ TEST_F(AimReader, TextRule) {
         {"<value>12</value>", "12"},
         {"<value>\n      12\n    </value>", "keep"},  // starts with a line feed: nothing stored
         {"<value>12\n    </value>", "12\n    "},      // starts on the tag's line: stored whole
-        {"<value>  padded  </value>", "  padded  "},
         {"<value/>", "keep"},
         {"<value><![CDATA[<raw>]]></value>", "<raw>"},
         {"<value>a &amp; b &lt;c&gt; &#65;</value>", "a & b <c> A"},
