@@ -43,7 +43,8 @@ public:
     bool get_pia();
     bool get_bia();
     unsigned int fru_get_len(unsigned int pos);
-    unsigned int fru_cp_typelen_buf(unsigned int pos, unsigned char* dst, unsigned int max, unsigned int skip);
+    unsigned int fru_cp_typelen_buf(unsigned int pos, unsigned char* dst, unsigned int max,
+                                    unsigned int skip);
 
     uint32_t header_length;
     uint32_t size;

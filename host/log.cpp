@@ -53,10 +53,14 @@ void emit(log_level level, const char* fmt, va_list ap) {
 
 const char* log_level_name(log_level level) {
     switch (level) {
-        case log_level::dbg: return "DBG";
-        case log_level::info: return "INFO";
-        case log_level::warn: return "WARN";
-        case log_level::err: return "ERR";
+        case log_level::dbg:
+            return "DBG";
+        case log_level::info:
+            return "INFO";
+        case log_level::warn:
+            return "WARN";
+        case log_level::err:
+            return "ERR";
     }
     return "ERR";
 }
@@ -65,7 +69,10 @@ bool parse_log_level(const char* text, log_level& out) {
     static const struct {
         const char* name;
         log_level level;
-    } names[] = {{"dbg", log_level::dbg}, {"info", log_level::info}, {"warn", log_level::warn}, {"err", log_level::err}};
+    } names[] = {{"dbg", log_level::dbg},
+                 {"info", log_level::info},
+                 {"warn", log_level::warn},
+                 {"err", log_level::err}};
     for (const auto& n : names) {
         if (strcmp(text, n.name) == 0) {
             out = n.level;
@@ -100,12 +107,12 @@ const std::vector<log_message>& log_captured() { return g_captured; }
 
 namespace kora_log {
 
-#define HOST_KORA_LOG(fn, level)              \
-    void fn(const char* fmt, ...) {           \
-        va_list ap;                           \
-        va_start(ap, fmt);                    \
+#define HOST_KORA_LOG(fn, level)                     \
+    void fn(const char* fmt, ...) {                  \
+        va_list ap;                                  \
+        va_start(ap, fmt);                           \
         host::emit(host::log_level::level, fmt, ap); \
-        va_end(ap);                           \
+        va_end(ap);                                  \
     }
 
 HOST_KORA_LOG(logDbg, dbg)

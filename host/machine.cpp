@@ -76,12 +76,14 @@ unsigned long long json_number(const nlohmann::json& v, const std::string& what,
         const std::string& t = v.get_ref<const std::string&>();
         char* end = nullptr;
         n = strtoull(t.c_str(), &end, 0);
-        if (t.empty() || *end != '\0' || t[0] == '-') throw machine_error(what + " is not a number: \"" + t + "\"");
+        if (t.empty() || *end != '\0' || t[0] == '-')
+            throw machine_error(what + " is not a number: \"" + t + "\"");
     } else {
         throw machine_error(what + " must be a number");
     }
     if (n < lo || n > hi) {
-        throw machine_error(what + " is out of range (" + std::to_string(lo) + " to " + std::to_string(hi) + ")");
+        throw machine_error(what + " is out of range (" + std::to_string(lo) + " to " + std::to_string(hi) +
+                            ")");
     }
     return n;
 }

@@ -60,8 +60,9 @@ struct AdapterInfo {
 };
 
 struct aim_hc_card;
-typedef void (*hc_action_t)(parser* p, _vqm_db_handle_t* db, vqm_db_content_values_t* cv, aim_pci_key_unit* key,
-                            aim_hc_card* card, unsigned int index, unsigned int func_key, AdapterInfo* info);
+typedef void (*hc_action_t)(parser* p, _vqm_db_handle_t* db, vqm_db_content_values_t* cv,
+                            aim_pci_key_unit* key, aim_hc_card* card, unsigned int index,
+                            unsigned int func_key, AdapterInfo* info);
 
 // One known card: its four PCI ids (0xFFFF matches any), texts and the action that writes
 // its rows.
@@ -185,8 +186,9 @@ public:
     aim_hc_card* hc_get_table();
     void hc_do_action(_vqm_db_handle_t* db, aim_pci_key_unit* key, unsigned int index, unsigned int func_key,
                       AdapterInfo* info);
-    static void save_hc_info(parser* p, _vqm_db_handle_t* db, vqm_db_content_values_t* cv, aim_pci_key_unit* key,
-                             aim_hc_card* card, unsigned int index, unsigned int func_key, AdapterInfo* info);
+    static void save_hc_info(parser* p, _vqm_db_handle_t* db, vqm_db_content_values_t* cv,
+                             aim_pci_key_unit* key, aim_hc_card* card, unsigned int index,
+                             unsigned int func_key, AdapterInfo* info);
     static void save_young_riser_info(parser* p, _vqm_db_handle_t* db, vqm_db_content_values_t* cv,
                                       aim_pci_key_unit* key, aim_hc_card* card, unsigned int index,
                                       unsigned int func_key, AdapterInfo* info);

@@ -16,9 +16,7 @@ namespace fs = std::filesystem;
 
 namespace testutil {
 
-std::string source_path(const std::string& relative) {
-    return std::string(AIM_SOURCE_DIR) + "/" + relative;
-}
+std::string source_path(const std::string& relative) { return std::string(AIM_SOURCE_DIR) + "/" + relative; }
 
 std::string read_file(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
@@ -154,9 +152,7 @@ void IngestTest::exec(const std::string& sql) {
     ASSERT_EQ(0, host::db_exec_script(db, sql, &err)) << err << "\n" << sql;
 }
 
-bool IngestTest::logged(const std::string& text) const {
-    return logged_count(text) > 0;
-}
+bool IngestTest::logged(const std::string& text) const { return logged_count(text) > 0; }
 
 bool IngestTest::logged(host::log_level level, const std::string& text) const {
     for (const auto& m : host::log_captured()) {

@@ -22,7 +22,7 @@ std::string read_file(const std::string& path);
 void write_file(const std::string& path, const std::string& content);
 
 class IngestTest : public ::testing::Test {
-  protected:
+protected:
     void SetUp() override;
     void TearDown() override;
 

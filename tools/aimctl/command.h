@@ -28,7 +28,8 @@ struct command_registrar {
 
 #define AIMCTL_CAT2(a, b) a##b
 #define AIMCTL_CAT(a, b) AIMCTL_CAT2(a, b)
-#define AIMCTL_COMMAND(...) static ::aimctl::command_registrar AIMCTL_CAT(aimctl_cmd_, __LINE__)({__VA_ARGS__})
+#define AIMCTL_COMMAND(...) \
+    static ::aimctl::command_registrar AIMCTL_CAT(aimctl_cmd_, __LINE__)({__VA_ARGS__})
 
 // Prints "aimctl NAME: MESSAGE" and the usage hint on standard error; returns exit_usage.
 int usage_error(const char* name, const std::string& message);

@@ -19,10 +19,11 @@ std::map<std::string, command>& commands() {
 }
 
 void print_overview(FILE* out) {
-    fprintf(out,
-            "usage: aimctl [--log-level dbg|info|warn|err] COMMAND [ARGS...]\n\n"
-            "Engineering tool of libvqmdb_aim_parser: parse, write and ingest AIM files on a Linux machine.\n\n"
-            "commands:\n");
+    fprintf(
+        out,
+        "usage: aimctl [--log-level dbg|info|warn|err] COMMAND [ARGS...]\n\n"
+        "Engineering tool of libvqmdb_aim_parser: parse, write and ingest AIM files on a Linux machine.\n\n"
+        "commands:\n");
     for (const auto& c : commands()) fprintf(out, "  %-10s %s\n", c.first.c_str(), c.second.summary);
     fprintf(out, "\nRun 'aimctl COMMAND --help' for a command's options.\n");
 }
