@@ -107,18 +107,9 @@ void insert_pldm_row(_vqm_db_handle_t* db, vqm_db_content_values_t* cv, aim_pci_
     char swid[16];
     software_id(swid, card->subsystem_vendor_id, card->subsystem_device_id);
     vqm_db_content_clear(cv);
-    vqm_db_content_put_uint(cv, "DeviceType", key->function_type);
-    vqm_db_content_put_uint(cv, "PCIKey", key->dev_key);
-    vqm_db_content_put_uint(cv, "PCIFuncKey", func_key);
-    vqm_db_content_put_uint(cv, "Location", key->location);
-    vqm_db_content_put_uint(cv, "SlotNo", key->slot);
-    vqm_db_content_put_uint(cv, "VendorId", card->vendor_id);
-    vqm_db_content_put_uint(cv, "DeviceId", card->device_id);
-    vqm_db_content_put_uint(cv, "SubVendorId", card->subsystem_vendor_id);
-    vqm_db_content_put_uint(cv, "SubDeviceId", card->subsystem_device_id);
-    vqm_db_content_put_text(cv, "DeviceName", card->name);
-    vqm_db_content_put_text(cv, "Manufacture", card->manufacturer);
-    vqm_db_content_put_text(cv, "SoftwareID", swid);
+    put_pldm_identity_columns(cv, {key->function_type, key->dev_key, func_key, key->location, key->slot,
+                                   card->vendor_id, card->device_id, card->subsystem_vendor_id,
+                                   card->subsystem_device_id, card->name, card->manufacturer, swid});
     vqm_db_content_put_text(cv, "VersionString", "N/A");
     vqm_db_content_put_text(cv, "ReleaseDate", "N/A");
     if (vqm_db_insert(db, "PldmDeviceFirmware", cv, 0, 0) != 0) {

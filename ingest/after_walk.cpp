@@ -198,18 +198,10 @@ void write_ubb_pldm_row(parser& p, _vqm_db_handle_t* db, const aim_pci_key_unit&
         }
         return;
     }
-    vqm_db_content_put_uint(cv, "DeviceType", key.function_type);
-    vqm_db_content_put_uint(cv, "PCIKey", key.dev_key);
-    vqm_db_content_put_uint(cv, "PCIFuncKey", func_key);
-    vqm_db_content_put_uint(cv, "Location", key.location);
-    vqm_db_content_put_uint(cv, "SlotNo", key.slot);
-    vqm_db_content_put_uint(cv, "VendorId", key.vendor_id);
-    vqm_db_content_put_uint(cv, "DeviceId", key.device_id);
-    vqm_db_content_put_uint(cv, "SubVendorId", key.subsystem_vendor_id);
-    vqm_db_content_put_uint(cv, "SubDeviceId", key.subsystem_device_id);
-    vqm_db_content_put_text(cv, "DeviceName", name.c_str());
-    vqm_db_content_put_text(cv, "Manufacture", g.live.manufacturer.c_str());
-    vqm_db_content_put_text(cv, "SoftwareID", software_id);
+    put_pldm_identity_columns(
+        cv, {key.function_type, key.dev_key, func_key, key.location, key.slot, key.vendor_id, key.device_id,
+             key.subsystem_vendor_id, key.subsystem_device_id, name.c_str(), g.live.manufacturer.c_str(),
+             software_id});
     vqm_db_content_put_text(cv, "VersionString", g.live.fw_version.c_str());
     vqm_db_content_put_text(cv, "ReleaseDate", g.live.build_date.c_str());
     vqm_db_content_put_uint(cv, "UpdateSupport", 1);

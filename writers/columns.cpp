@@ -93,4 +93,19 @@ unsigned put_settings(vqm_db_content_values_t* cv, const group* grp, const setti
 
 bool is_suppressed(const group* grp) { return grp->suppress_if == "true"; }
 
+void put_pldm_identity_columns(vqm_db_content_values_t* cv, const pldm_identity& id) {
+    vqm_db_content_put_uint(cv, "DeviceType", id.device_type);
+    vqm_db_content_put_uint(cv, "PCIKey", id.pci_key);
+    vqm_db_content_put_uint(cv, "PCIFuncKey", id.pci_func_key);
+    vqm_db_content_put_uint(cv, "Location", id.location);
+    vqm_db_content_put_uint(cv, "SlotNo", id.slot);
+    vqm_db_content_put_uint(cv, "VendorId", id.vendor_id);
+    vqm_db_content_put_uint(cv, "DeviceId", id.device_id);
+    vqm_db_content_put_uint(cv, "SubVendorId", id.sub_vendor_id);
+    vqm_db_content_put_uint(cv, "SubDeviceId", id.sub_device_id);
+    vqm_db_content_put_text(cv, "DeviceName", id.device_name);
+    vqm_db_content_put_text(cv, "Manufacture", id.manufacture);
+    vqm_db_content_put_text(cv, "SoftwareID", id.software_id);
+}
+
 }  // namespace aim_parser

@@ -31,6 +31,24 @@ void put_adapter_columns(vqm_db_content_values_t* cv, const aim_pci_key_unit* ke
 // that has none (after the key columns).
 void put_placeholder_misc_columns(vqm_db_content_values_t* cv);
 
+// The identity columns that every "PldmDeviceFirmware" row begins with, from "DeviceType"
+// to "SoftwareID" in the table's order; the firmware version and date follow per writer.
+struct pldm_identity {
+    uint32_t device_type;
+    uint32_t pci_key;
+    uint32_t pci_func_key;
+    uint32_t location;
+    uint32_t slot;
+    uint32_t vendor_id;
+    uint32_t device_id;
+    uint32_t sub_vendor_id;
+    uint32_t sub_device_id;
+    const char* device_name;
+    const char* manufacture;
+    const char* software_id;
+};
+void put_pldm_identity_columns(vqm_db_content_values_t* cv, const pldm_identity& id);
+
 // Inserts the row put in `cv` into `table`; a failure is logged as the warning
 // "AIM PARSER: failed to insert <what>, rc=<rc>". Returns the insert's result.
 int insert_row(_vqm_db_handle_t* db, const char* table, vqm_db_content_values_t* cv, const char* what);

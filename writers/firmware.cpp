@@ -168,18 +168,9 @@ void parser::handle_pldm_firmware_info_table(_vqm_db_handle_t* db) {
 
     for (const PLDMFirmwareInfo& r : pldm_firmware_list) {
         vqm_db_content_clear(cv);
-        vqm_db_content_put_uint(cv, "DeviceType", r.DeviceType);
-        vqm_db_content_put_uint(cv, "PCIKey", r.PCIKey);
-        vqm_db_content_put_uint(cv, "PCIFuncKey", r.PCIFuncKey);
-        vqm_db_content_put_uint(cv, "Location", r.Location);
-        vqm_db_content_put_uint(cv, "SlotNo", r.SlotNo);
-        vqm_db_content_put_uint(cv, "VendorId", r.VendorId);
-        vqm_db_content_put_uint(cv, "DeviceId", r.DeviceId);
-        vqm_db_content_put_uint(cv, "SubVendorId", r.SubVendorId);
-        vqm_db_content_put_uint(cv, "SubDeviceId", r.SubDeviceId);
-        vqm_db_content_put_text(cv, "DeviceName", r.DeviceName.c_str());
-        vqm_db_content_put_text(cv, "Manufacture", r.Manufacture.c_str());
-        vqm_db_content_put_text(cv, "SoftwareID", r.SoftwareID.c_str());
+        put_pldm_identity_columns(cv, {r.DeviceType, r.PCIKey, r.PCIFuncKey, r.Location, r.SlotNo, r.VendorId,
+                                       r.DeviceId, r.SubVendorId, r.SubDeviceId, r.DeviceName.c_str(),
+                                       r.Manufacture.c_str(), r.SoftwareID.c_str()});
         if (r.VersionString.empty()) {
             kora_log::logWarn("AIM PARSER: Empty PLDM VersionString in slot %d", static_cast<int>(r.SlotNo));
         } else {
