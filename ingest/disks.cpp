@@ -88,15 +88,20 @@ bool all_digits(const char* text) {
     return true;
 }
 
-// The id of `value`: a decimal number as it stands, else the first table name it
-// contains, else 0 (unknown).
+// The id of the first table name that `value` contains, 0 when none.
 template <size_t N>
-uint32_t lookup_id(const char* value, const name_id (&table)[N]) {
-    if (all_digits(value)) return static_cast<uint32_t>(strtoul(value, nullptr, 10));
+uint32_t name_to_id(const char* value, const name_id (&table)[N]) {
     for (const name_id& e : table) {
         if (contains_nocase(value, e.name)) return e.id;
     }
     return 0;
+}
+
+// The id of `value`: a decimal number as it stands, else as name_to_id.
+template <size_t N>
+uint32_t lookup_id(const char* value, const name_id (&table)[N]) {
+    if (all_digits(value)) return static_cast<uint32_t>(strtoul(value, nullptr, 10));
+    return name_to_id(value, table);
 }
 
 // The number that ends the bay text ("M.2 Bay 1" is bay 1), 0 when it has none.
@@ -139,7 +144,7 @@ int parser::parse_disk_info(_vqm_db_handle_t* db, group* grp, aim_pci_key_unit* 
     const uint32_t drive_type_id = drive_type ? lookup_id(drive_type, drive_types) : 0;
     const char* bay = value_of(grp, "Bay");
     uint32_t location = location_none;
-    if (bay) location = lookup_id(bay, bay_kinds) != 0 ? lookup_id(bay, bay_kinds) : location_backplane;
+    if (bay) location = name_to_id(bay, bay_kinds) != 0 ? name_to_id(bay, bay_kinds) : location_backplane;
 
     if (ctrl == ctrl_intel_vmd && drive_type_id == drive_nvme) {
         kora_log::logInfo(
@@ -192,13 +197,14 @@ int parser::parse_disk_info(_vqm_db_handle_t* db, group* grp, aim_pci_key_unit* 
         ++found;
     }
     found += put_settings(cv, grp, drive_texts);
-    // The serial number of the drive's own label; an NVMe drive that sits behind no
-    // storage controller is the config's own function, so the config's serial number is
-    // the drive's.
+    // The serial number of the drive's own label. Without one, a hot-swap NVMe drive that
+    // sits behind no storage controller (a U.2 or E3.S drive in a front bay) is the
+    // config's own PCI function, so the config's serial number is the drive's; a drive
+    // behind a controller never takes the controller's serial number.
     if (const char* sn = value_of(grp, "Vondel 8S SN")) {
         vqm_db_content_put_text(cv, "SerialNo", sn);
         ++found;
-    } else if (serial && ctrl == ctrl_other && drive_type_id == drive_nvme) {
+    } else if (serial && hs && ctrl == ctrl_other && drive_type_id == drive_nvme) {
         vqm_db_content_put_text(cv, "SerialNo", serial);
     }
     const char* uuid = nullptr;
@@ -208,12 +214,12 @@ int parser::parse_disk_info(_vqm_db_handle_t* db, group* grp, aim_pci_key_unit* 
     if (uuid) {
         vqm_db_content_put_text(cv, "UUID", uuid);
         ++found;
-    } else {
-        kora_log::logWarn("AIM PARSER: No Universal Identifier in group Disk Drive Information\n");
     }
     found += put_settings(cv, grp, drive_details);
-    // A group without any drive setting describes no drive.
+    // A group without any drive setting describes no drive; a drive without an identifier
+    // is still recorded, with a warning.
     if (found == 0) return 0;
+    if (!uuid) kora_log::logWarn("AIM PARSER: No Universal Identifier in group Disk Drive Information\n");
 
     int rc = vqm_db_insert(db, "AimDisks", cv, 0, 0);
     if (rc != 0) {
