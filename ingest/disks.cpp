@@ -148,9 +148,8 @@ int parser::parse_disk_info(_vqm_db_handle_t* db, group* grp, aim_pci_key_unit* 
 
     if (ctrl == ctrl_intel_vmd && drive_type_id == drive_nvme) {
         kora_log::logInfo(
-            "AIM PARSER:skip insert Aim Disk Information for vroc "
-            "dirve,driveTypeId:%d,locationId:%d,locationStr%s "
-            "\n",
+            "AIM PARSER:skip insert Aim Disk Information for vroc dirve,driveTypeId:%d,locationId:%d,"
+            "locationStr%s \n",
             static_cast<int>(drive_type_id), static_cast<int>(location), bay ? bay : "");
         vroc = true;
         return 0;

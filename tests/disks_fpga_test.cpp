@@ -169,8 +169,8 @@ TEST_F(Disks, FpgaCardsFromTheirFruImages) {
     std::string alveo =
         testutil::read_file(testutil::source_path("examples/machines/accel-2u/fru/alveo_u50.bin"));
     const struct {
-        std::string alveo_image;  // empty: no device
-        std::string pac_image;
+        std::string alveo_image;
+        std::string pac_image;      // empty: no device
         const char* alveo_version;  // null: the read fails
     } cases[] = {
         {alveo, testutil::read_file(testutil::source_path("examples/fru/pac_d5005_board_only.bin")),
@@ -197,6 +197,13 @@ TEST_F(Disks, FpgaCardsFromTheirFruImages) {
             expect_row("VPDs", "SlotNo=1", "Model=A-U50-P00G-PQ-G;SerialNo=XFL1QOQ1ATTY");
             expect_row("Firmwares", "HardwareId=1507328", std::string("VersionString=") + c.alveo_version);
             expect_row("PCIAdapter", "SlotNo=1", "CardName=Alveo U50 XDMA Platform;OOBSrc=8");
+            if (&c == cases) {  // the board-only PAC image fills the product columns from the board area
+                expect_row(
+                    "VPDs", "SlotNo=2",
+                    "ProductName=Intel FPGA PAC N3000;Manufacture=Intel Corporation;Model=Intel FPGA PAC "
+                    "D5005;SerialNo=PCB1U5E00R7W;PartNo=BD-ACD-D5005-1.0;FRUNo=N/A;UUID=N/A");
+                expect_row("Firmwares", "HardwareId=3866624", "VersionString=N/A;SoftwareID=80860000");
+            }
         } else {
             EXPECT_EQ(0u, count("VPDs", "SlotNo=1") + count("Firmwares") + count("PCIMisc", "SlotNo=1"));
             expect_row("PCIAdapter", "SlotNo=1", "CardName=Alveo U50 XDMA Platform;OOBSrc=0");
@@ -204,19 +211,6 @@ TEST_F(Disks, FpgaCardsFromTheirFruImages) {
     }
     // The second case's PAC image is corrupt (areas beyond its end); the third has none.
     EXPECT_EQ(2u, logged_count("AIM PARSER: save_hc_intel_info get intel info failed!"));
-}
-
-TEST_F(Disks, BoardOnlyPacImageFillsFromTheBoardArea) {
-    std::string machine = dir + "/machine";
-    testutil::write_file(machine + "/pac.bin",
-                         testutil::read_file(testutil::source_path("examples/fru/pac_d5005_board_only.bin")));
-    load_machine_json(R"({"fru_devices": {"pac_slot2_fru_dev": {"image": "pac.bin"}}})");
-    add_pci_function(0x3B, 0, 0, 0x8086, 0x0B32, 0x8086, 0x0000, 2, 16, 1);
-    ASSERT_EQ(0, run_empty());
-    expect_row("VPDs", "",
-               "ProductName=Intel FPGA PAC N3000;Manufacture=Intel Corporation;Model=Intel FPGA PAC D5005;"
-               "SerialNo=PCB1U5E00R7W;PartNo=BD-ACD-D5005-1.0;FRUNo=N/A;UUID=N/A");
-    expect_row("Firmwares", "", "VersionString=N/A;SoftwareID=80860000;Manufacture=Intel Corporation");
 }
 
 }  // namespace
