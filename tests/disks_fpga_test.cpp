@@ -213,4 +213,37 @@ TEST_F(Disks, FpgaCardsFromTheirFruImages) {
     EXPECT_EQ(2u, logged_count("AIM PARSER: save_hc_intel_info get intel info failed!"));
 }
 
+// On the example machine, a corrupt Alveo image costs the Alveo its card rows and nothing
+// else: every other row of the run is the same as with the good image.
+TEST_F(Disks, CorruptAlveoImageLeavesTheRestOfTheExampleRun) {
+    auto snapshot = [&] {
+        std::string out;
+        for (const char* t :
+             {"PCIAdapter", "PCIMisc", "VPDs", "Firmwares", "AimDisks", "PldmDeviceFirmware"}) {
+            // Firmware rows carry no slot: the Alveo's is known by its hardware id.
+            for (auto& r : rows(t, std::string(t) == "Firmwares" ? "HardwareId<>1507328" : "SlotNo<>1")) {
+                r.erase("_id");
+                for (auto& c : r) out += c.first + "=" + c.second + ";";
+                out += "\n";
+            }
+        }
+        return out;
+    };
+    ASSERT_EQ(0, run_example("accel-2u"));
+    std::string good = snapshot();
+    EXPECT_EQ(1u, count("VPDs", "SlotNo=1"));
+    EXPECT_EQ(4u, count("Firmwares"));
+
+    std::string src = testutil::source_path("examples/machines/accel-2u/");
+    testutil::write_file(dir + "/machine/fru/pac_n3000.bin", testutil::read_file(src + "fru/pac_n3000.bin"));
+    testutil::write_file(dir + "/machine/fru/alveo_u50.bin",
+                         std::string("\x01\x00\x00\xF0\xF0\x00\x00\x1E", 8));
+    load_machine_json(testutil::read_file(src + "machine.json"));
+    ASSERT_EQ(0, run_xml(testutil::read_file(testutil::source_path("examples/aim/accel-2u.xml"))));
+    EXPECT_TRUE(logged(host::log_level::warn, "AIM PARSER: save_hc_alveo_info get alveo info failed!"));
+    EXPECT_EQ(0u, count("VPDs", "SlotNo=1") + count("PCIMisc", "SlotNo=1") +
+                      count("Firmwares", "HardwareId=1507328"));
+    EXPECT_EQ(good, snapshot());
+}
+
 }  // namespace
