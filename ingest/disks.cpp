@@ -243,7 +243,8 @@ int parser::parse_disk_info(_vqm_db_handle_t* db, group* grp, aim_pci_key_unit* 
 // the AIM file names only the RAID chip. The adapter row ("CardName" by "PCIFuncKey") and
 // any "VPDs" row already written for the controller (by "HardwareId" and
 // "HardwareTypeId") are renamed, and the name is remembered so that the controller's AIM
-// "VPDs" row, written next, carries it instead of the AIM "Card Name".
+// "VPDs" row, written next, carries it instead of the AIM "Card Name". Property values are
+// read up to 63 characters, which is as long as the unit names run.
 void parser::check_raid_sen(_vqm_db_handle_t* db, aim_pci_key_unit* key) {
     if (!key || !cv) return;
     _vqm_db_handle_t* pdb = open_properties_db();
