@@ -3,6 +3,7 @@
 #include <stdio.h>
 #include <string.h>
 
+#include "cards/hc_rows.h"
 #include "cards/server_maker.h"
 #include "ingest/parser.h"
 #include "ingest/text.h"
@@ -220,10 +221,8 @@ void parser::hc_do_action(_vqm_db_handle_t* db, aim_pci_key_unit* key, unsigned 
     if (card->action) card->action(this, db, cv, key, card, index, func_key, info);
 }
 
-void parser::save_hc_info(parser*, _vqm_db_handle_t* db, vqm_db_content_values_t* cv, aim_pci_key_unit* key,
-                          aim_hc_card* card, unsigned int index, unsigned int func_key, AdapterInfo* info) {
-    info->oob_src = 8;
-    copy_text(info->card_name, sizeof info->card_name, card->name);
+void write_hc_rows(_vqm_db_handle_t* db, vqm_db_content_values_t* cv, const aim_pci_key_unit* key,
+                   unsigned int index, unsigned int func_key, const hc_card_texts& texts) {
     // A failed row is logged with its kind ("VPD", "MISC" or "FW"), the slot and the index.
     auto insert = [&](const char* table, const char* kind) {
         int rc = vqm_db_insert(db, table, cv, 0, 0);
@@ -236,12 +235,12 @@ void parser::save_hc_info(parser*, _vqm_db_handle_t* db, vqm_db_content_values_t
 
     vqm_db_content_clear(cv);
     vqm_db_content_put_text(cv, "UUID", "N/A");
-    vqm_db_content_put_text(cv, "ProductName", card->name);
-    vqm_db_content_put_text(cv, "Manufacture", card->manufacturer);
-    vqm_db_content_put_text(cv, "Model", card->model);
-    vqm_db_content_put_text(cv, "SerialNo", "N/A");
-    vqm_db_content_put_text(cv, "FRUNo", "N/A");
-    vqm_db_content_put_text(cv, "PartNo", "N/A");
+    vqm_db_content_put_text(cv, "ProductName", texts.product_name);
+    vqm_db_content_put_text(cv, "Manufacture", texts.manufacturer);
+    vqm_db_content_put_text(cv, "Model", texts.model);
+    vqm_db_content_put_text(cv, "SerialNo", texts.serial_no);
+    vqm_db_content_put_text(cv, "FRUNo", texts.fru_no);
+    vqm_db_content_put_text(cv, "PartNo", texts.part_no);
     vqm_db_content_put_uint(cv, "HardwareId", key->hardware_id + index);
     vqm_db_content_put_uint(cv, "HardwareTypeId", 3);
     vqm_db_content_put_uint(cv, "SlotNo", key->slot);
@@ -257,16 +256,24 @@ void parser::save_hc_info(parser*, _vqm_db_handle_t* db, vqm_db_content_values_t
     software_id(swid, key->subsystem_vendor_id, key->subsystem_device_id);
     vqm_db_content_clear(cv);
     vqm_db_content_put_text(cv, "FirmwareName", "Software Bundle");
-    vqm_db_content_put_text(cv, "VersionString", "N/A");
-    vqm_db_content_put_text(cv, "Description",
-                            "Firmware package containing controller firmware, UEFI Driver");
+    vqm_db_content_put_text(cv, "VersionString", texts.version);
+    vqm_db_content_put_text(cv, "Description", texts.description);
     vqm_db_content_put_text(cv, "ReleaseDate", "N/A");
-    vqm_db_content_put_text(cv, "Manufacture", card->manufacturer);
+    vqm_db_content_put_text(cv, "Manufacture", texts.manufacturer);
     vqm_db_content_put_text(cv, "Classification", "13");
     vqm_db_content_put_text(cv, "SoftwareID", swid);
     vqm_db_content_put_uint(cv, "HardwareId", key->hardware_id + index);
     vqm_db_content_put_uint(cv, "HardwareTypeId", 3);
     insert("Firmwares", "FW");
+}
+
+void parser::save_hc_info(parser*, _vqm_db_handle_t* db, vqm_db_content_values_t* cv, aim_pci_key_unit* key,
+                          aim_hc_card* card, unsigned int index, unsigned int func_key, AdapterInfo* info) {
+    info->oob_src = 8;
+    copy_text(info->card_name, sizeof info->card_name, card->name);
+    write_hc_rows(db, cv, key, index, func_key,
+                  {card->name, card->manufacturer, card->model, "N/A", "N/A", "N/A", "N/A",
+                   "Firmware package containing controller firmware, UEFI Driver"});
 }
 
 void parser::save_young_riser_info(parser* p, _vqm_db_handle_t* db, vqm_db_content_values_t* cv,
@@ -311,18 +318,6 @@ void parser::save_aim_not_support_info(parser* p, _vqm_db_handle_t* db, vqm_db_c
     info->aim_supported = 0;
     kora_log::logInfo("AIM PARSER: [No AIM Support] slot = %u, name = %s, table: PCIAdapter\n", key->slot,
                       info->card_name);
-}
-
-// The FPGA cards are read from their FRU EEPROMs by the FPGA card readers; until those
-// exist the actions report that the card could not be read and write nothing.
-void parser::save_hc_alveo_info(parser*, _vqm_db_handle_t*, vqm_db_content_values_t*, aim_pci_key_unit*,
-                                aim_hc_card*, unsigned int, unsigned int, AdapterInfo*) {
-    kora_log::logWarn("AIM PARSER: %s get alveo info failed!\n", "save_hc_alveo_info");
-}
-
-void parser::save_hc_intel_info(parser*, _vqm_db_handle_t*, vqm_db_content_values_t*, aim_pci_key_unit*,
-                                aim_hc_card*, unsigned int, unsigned int, AdapterInfo*) {
-    kora_log::logWarn("AIM PARSER: %s get intel info failed!\n", "save_hc_intel_info");
 }
 
 }  // namespace aim_parser

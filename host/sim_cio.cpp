@@ -18,7 +18,15 @@
 //      "fail_count": n         count byte reported in a failed answer (default 0),
 //      "repeat_selectors": [s] every chunk of these selectors answers with chunk 0's data}}
 // A request whose framing is not the post-box request's fails as well.
+//
+// machine.json "fru_devices": object from cio device name (the FPGA cards' EEPROMs, such
+// as "alveo_slot3_fru_dev" or "pac_slot4_fru_dev") to {"image": file below the machine
+// directory}: cio_block_read answers with the file's bytes, as many as it holds.
 #include <string.h>
+
+#include <algorithm>
+#include <fstream>
+#include <iterator>
 
 #include <map>
 #include <set>
@@ -54,6 +62,7 @@ std::map<int, std::string> g_integer_handles;
 std::map<std::string, sim_gpu> g_gpus;
 std::map<int, std::string> g_block_handles;
 int g_next_block = 100;
+std::map<std::string, std::vector<uint8_t>> g_fru_devices;
 
 const char* const text_keys[4] = {"serial", "marketing_name", "part_number", "firmware_version"};
 const char* const id_keys[4] = {"vendor_id", "device_id", "subsystem_vendor_id", "subsystem_device_id"};
@@ -161,6 +170,23 @@ void load_gpus(const host::machine&, const nlohmann::json& v) {
     }
 }
 
+void load_fru_devices(const host::machine& m, const nlohmann::json& v) {
+    g_fru_devices.clear();
+    if (v.is_null()) return;
+    if (!v.is_object())
+        throw host::machine_error("must be an object from cio device name to {\"image\": file}");
+    for (auto it = v.begin(); it != v.end(); ++it) {
+        std::string what = "FRU device \"" + it.key() + "\"";
+        const nlohmann::json& d = it.value();
+        if (!d.is_object() || d.size() != 1 || !d.contains("image"))
+            throw host::machine_error(what + " must be {\"image\": file}");
+        std::string path = m.dir + "/" + host::json_text(d["image"], what + " image");
+        std::ifstream in(path, std::ios::binary);
+        if (!in) throw host::machine_error(what + ": cannot read " + path);
+        g_fru_devices[it.key()].assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    }
+}
+
 sim_gpu* gpu_of(int handle) {
     auto h = g_block_handles.find(handle);
     if (h == g_block_handles.end()) return nullptr;
@@ -221,6 +247,7 @@ bool answer(const sim_gpu& g, uint8_t selector, uint8_t chunk, uint8_t out[4]) {
 
 HOST_MACHINE_SECTION("cio_integers", load_integers);
 HOST_MACHINE_SECTION("nvidia_gpus", load_gpus);
+HOST_MACHINE_SECTION("fru_devices", load_fru_devices);
 
 namespace host {
 
@@ -242,6 +269,11 @@ void reset_nvidia_gpu_counters() {
 
 int cio_block_open(const char* name, int* handle) {
     if (!name || !handle) return cio_einval;
+    if (g_fru_devices.count(name)) {
+        *handle = g_next_block++;
+        g_block_handles[*handle] = name;
+        return cio_ok;
+    }
     auto g = g_gpus.find(name);
     if (g == g_gpus.end()) return cio_enoent;
     if (g->second.open_fails) return cio_eio;
@@ -276,6 +308,18 @@ int get_cio_nv_data(int handle, nv_msg& msg, bool) {
     msg.data[19] = 4;
     memcpy(msg.data + 20, data, 4);
     return 1;
+}
+
+int cio_block_read(int handle, uint32_t offset, uint8_t* buffer, uint32_t length) {
+    auto h = g_block_handles.find(handle);
+    if (h == g_block_handles.end()) return cio_ebadf;
+    auto d = g_fru_devices.find(h->second);
+    if (d == g_fru_devices.end() || !buffer) return cio_einval;
+    const std::vector<uint8_t>& image = d->second;
+    if (offset >= image.size()) return 0;
+    size_t n = std::min<size_t>(length, image.size() - offset);
+    memcpy(buffer, image.data() + offset, n);
+    return static_cast<int>(n);
 }
 
 int cio_integer_open(const char* name, int* handle) {

@@ -147,7 +147,7 @@ public:
     int delete_non_exist_gpu(_vqm_db_handle_t* db, std::vector<unsigned>& hardware_ids);
     int get_drive_presence();
 
-    // ---- Disk drives (ingest/disks.cpp; not written by this library yet) ----
+    // ---- Disk drives (ingest/disks.cpp) ----
     int parse_disk_info(_vqm_db_handle_t* db, group* grp, aim_pci_key_unit* key, const char* serial,
                         bool* hot_swap, bool* second_flag, bool* third_flag);
     void check_raid_sen(_vqm_db_handle_t* db, aim_pci_key_unit* key);

@@ -99,8 +99,8 @@ bool parser::parse_config(_vqm_db_handle_t* db, config* cfg) {
         kora_log::logErr("AIM_PARSER: No PCI Info in CDS PCIs table for drive config: %s!", id);
     }
 
-    // The disk writer reports hot-swap drives and two further flags; the walk uses the
-    // first and the third.
+    // The disk writer reports hot-swap drives, VROC members it left out and drive rows it
+    // wrote; the walk uses the first and the third.
     bool hot_swap = false, third_flag = false, non_raid_m2 = false;
     if (drive_config) {
         non_raid_m2 = is_non_raid_m2(card_name);

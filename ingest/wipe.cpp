@@ -7,6 +7,7 @@
 #include <string>
 
 #include "ingest/parser.h"
+#include "ingest/properties.h"
 #include "platform/kora_log.h"
 #include "platform/storage.h"
 #include "writers/columns.h"
@@ -134,12 +135,7 @@ int parser::delete_non_exist_gpu(_vqm_db_handle_t* db, std::vector<unsigned>& ha
 // The first mask (M.2 drives of controller 0) is its presence restricted to its slots; the
 // second mask is the 7mm presence, i.e. controller 1's presence restricted to its slots.
 
-namespace {
-
-struct property_rows {
-    std::vector<std::string> names;
-    std::vector<std::string> values;
-};
+_vqm_db_handle_t* open_properties_db() { return vqm_db_open("localhost", "root", "", "propertiesdb", 0); }
 
 int query_properties(_vqm_db_handle_t* pdb, const char* where, property_rows& out) {
     static const char* const columns[] = {"propName", "propValue"};
@@ -157,6 +153,8 @@ int query_properties(_vqm_db_handle_t* pdb, const char* where, property_rows& ou
     if (result) vqm_db_free_result(result);
     return rc;
 }
+
+namespace {
 
 unsigned number(const std::string& text) { return (unsigned)strtoul(text.c_str(), nullptr, 0); }
 
@@ -197,7 +195,7 @@ bool names_7mm(const property_rows& rows) {
 }  // namespace
 
 int parser::get_drive_presence() {
-    _vqm_db_handle_t* pdb = vqm_db_open("localhost", "root", "", "propertiesdb", 0);
+    _vqm_db_handle_t* pdb = open_properties_db();
     if (!pdb) return -1;
     static const char* const wheres[] = {
         "propName like \"%mv/0/drive%presence\"",

@@ -1,5 +1,5 @@
-// Device access layer (cio): block devices answering GPU post-box requests, and the
-// controller's integer flags.
+// Device access layer (cio): block devices answering GPU post-box requests or holding a
+// card's FRU EEPROM, and the controller's integer flags.
 #pragma once
 
 #include <stdint.h>
@@ -20,6 +20,10 @@ int cio_block_open(const char* name, int* handle);
 int cio_get_attrib(int handle, cio_attr* attr);
 // Non-zero on success; fills bytes 19 to 23 of `msg`.
 int get_cio_nv_data(int handle, nv_msg& msg, bool flag);
+// Reads up to `length` bytes from `offset` of an opened block device (an EEPROM) into
+// `buffer`. Returns the number of bytes read (fewer at the end of the device), or a
+// negative error code.
+int cio_block_read(int handle, uint32_t offset, uint8_t* buffer, uint32_t length);
 
 // Integer flags ("RS_EXIST", "GPU_PROP_V2_EXIST"). 0 on success.
 int cio_integer_open(const char* name, int* handle);

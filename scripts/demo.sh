@@ -37,3 +37,5 @@ ingest pcie-gpu PCIAdapter VPDs Firmwares
 # A boot adapter whose card VPD memory (256 bytes, then 1 KB) is read over the simulated IPMI path.
 ingest storage-1u VPDs Firmwares PldmDeviceFirmware PCIPhysicalPort
 ingest storage-1u-1k VPDs PldmDeviceFirmware
+# FPGA cards read from their FRU EEPROMs, drives behind RAID controllers, a storage expansion unit.
+ingest accel-2u PCIAdapter VPDs Firmwares AimDisks

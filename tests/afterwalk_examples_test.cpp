@@ -46,6 +46,32 @@ const check checks[] = {
     {"rack-2u-nic", "PldmDeviceFirmware", "SlotNo=5", 1, "DeviceName=450w-16e;Manufacture=Broadcom Inc."},
     {"rack-2u-nic", "PCIAdapter", "BusNo=25", 1, "CardName=Mellanox CX4;OOBSrc=2"},
     {"rack-2u-nic", "PCIAdapter", "BusNo=94", 1, "CardName=Broadcom MegaRAID 9560-8i 4GB"},
+    // One drive row per drive group; the unit in slot 4 renamed in both tables; the FPGA
+    // cards written from their FRU images.
+    {"accel-2u", "AimDisks", "", 5},
+    {"accel-2u", "AimDisks", "SlotNo=3 AND BayNo=0", 1,
+     "CtrlType=0;DriveTypeId=1;LocationId=1;Presence=1;MediaTypeId=1;FruNo=02JG183;PartNo=SSG7A38201;"
+     "SerialNo=8S02JG183Y020D9BD12A;UUID=5000CCA0A1B2C3D5;Manufacturer=WDC;Capacity=1800360124416"},
+    {"accel-2u", "AimDisks", "SlotNo=3 AND BayNo=1", 1,
+     "DriveTypeId=4;MediaTypeId=2;UUID=36344330-4E60-3401-0025-38500000C3D4;FwVersion=MPK7525Q"},
+    {"accel-2u", "AimDisks", "BayNo='7mm Bay 0'", 1, "LocationId=3;DriveTypeId=2;UUID=55CD2E41552B8F31"},
+    {"accel-2u", "AimDisks", "BayNo='M.2 Bay 1'", 1,
+     "PCIFuncKey=6160384;LocationId=4;Presence=1;SerialNo=;UUID=;Model=MTFDKBA960TFR"},
+    {"accel-2u", "PCIAdapter", "SlotNo=4", 1, "CardName=Storage Expansion Unit 12x3.5 SAS/SATA"},
+    {"accel-2u", "VPDs", "SlotNo=4", 1, "ProductName=Storage Expansion Unit 12x3.5 SAS/SATA"},
+    {"accel-2u", "PCIAdapter", "SlotNo=3", 1, "CardName=RAID 9560-16i 8GB"},
+    {"accel-2u", "PCIAdapter", "SlotNo=1", 1, "CardName=Alveo U50 XDMA Platform;AIMSupported=0;OOBSrc=8"},
+    {"accel-2u", "VPDs", "SlotNo=1", 1,
+     "UUID=N/A;ProductName=Alveo U50 XDMA Platform;Manufacture=Xilinx;Model=A-U50-P00G-PQ-G;"
+     "SerialNo=XFL1QOQ1ATTY;PartNo=05080-01;FRUNo=N/A;HardwareId=1507328;HardwareTypeId=3"},
+    {"accel-2u", "Firmwares", "HardwareId=1507328", 1,
+     "FirmwareName=Software Bundle;VersionString=2.1.0.36;Description=Firmware package containing controller "
+     "firmware, UEFI Driver, and other sub components.;Manufacture=Xilinx;SoftwareID=10EE000E"},
+    {"accel-2u", "VPDs", "SlotNo=2", 1,
+     "ProductName=Intel FPGA PAC N3000;Manufacture=Intel Corporation;Model=BD-NVV-N3000-1;"
+     "SerialNo=NZ0125092210;PartNo=K61398-001"},
+    {"accel-2u", "Firmwares", "HardwareId=3866624", 1, "VersionString=1.3.8.0;Manufacture=Intel Corporation"},
+    {"accel-2u", "PCIMisc", "SlotNo=2", 1, "MaxDataWidth=16;PackageType=9;AIMSpecVersion=2.00"},
 };
 
 class ExampleMachine : public awtest::AfterWalkTest, public ::testing::WithParamInterface<std::string> {};
@@ -62,6 +88,7 @@ TEST_P(ExampleMachine, TwoRunsLeaveTheExpectedAdapterRows) {
     EXPECT_EQ(0u, logged_prefix(host::log_level::warn, "AIM PARSER: failed to"));
 }
 
-INSTANTIATE_TEST_SUITE_P(Examples, ExampleMachine, ::testing::Values("ubb-8gpu", "pcie-gpu", "rack-2u-nic"));
+INSTANTIATE_TEST_SUITE_P(Examples, ExampleMachine,
+                         ::testing::Values("ubb-8gpu", "pcie-gpu", "rack-2u-nic", "accel-2u"));
 
 }  // namespace

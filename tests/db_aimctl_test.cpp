@@ -85,6 +85,12 @@ TEST_F(AimctlDb, Ingest) {
               on(path,
                  "SELECT group_concat(a, ' ') AS r FROM (SELECT SegNo || ':' || BusNo || '.' || FunctionNo"
                  " || ':' || AIMSupported AS a FROM PCIAdapter ORDER BY BusNo, FunctionNo)"));
+    // The NVMe drive of bay 4, listed like the other adapter tables.
+    o = aimctl("show --db " + path + " AimDisks --format csv");
+    EXPECT_EQ(0, o.status);
+    EXPECT_NE(std::string::npos,
+              o.out.find(",Front Bay 4,1,1,2,,,S4YPNE0R601234,36344330-4E60-1234-0025-38500000A1B2,"))
+        << o.out;
 
     testutil::write_file(dir + "/m/machine.json", R"({"pcis": [], "gadgets": 1})");
     o = aimctl(ingest + " --machine " + dir + "/m x.xml");

@@ -44,6 +44,21 @@ def multirecord_area():
     return header + bytes([checksum(header)]) + data
 
 
+def fpga_fw_record(version, last=True):
+    # The FPGA firmware version record that the card readers look for: the first OEM record
+    # type (0xC0) whose data begins with the version's four parts, major first.
+    data = bytes(version)
+    header = bytearray([0xC0, 0x82 if last else 0x02, len(data), checksum(data)])
+    return header + bytes([checksum(header)]) + data
+
+
+def dc_output_then_fw(version):
+    dc = bytearray(multirecord_area())
+    dc[1] = 0x02  # no longer the last record
+    dc[4] = checksum(dc[:4])
+    return dc + fpga_fw_record(version)
+
+
 def image(board=None, product=None, multirecord=None, size=256):
     header = bytearray([0x01, 0, 0, 0, 0, 0, 0])
     pos = 8
@@ -77,3 +92,23 @@ write("pac_d5005_board_only.bin", image(
                      ["Intel Corporation", "Intel FPGA PAC D5005", "PCB1U5E00R7W", "BD-ACD-D5005-1.0",
                       "d5005_fru_1.0"]),
     size=512))
+
+# The FPGA cards of the example machine accel-2u, with their firmware version records.
+ACCEL = os.path.join(HERE, "..", "machines", "accel-2u", "fru")
+os.makedirs(ACCEL, exist_ok=True)
+with open(os.path.join(ACCEL, "alveo_u50.bin"), "wb") as f:
+    f.write(image(
+        board=board_area(datetime.datetime(2021, 3, 15, 8, 30),
+                         ["Xilinx", "ALVEO U50 PQ", "50121119B0JX", "05080-01", "v1.0"]),
+        product=product_area(["Xilinx", "Alveo U50", "A-U50-P00G-PQ-G", "1.0", "XFL1QOQ1ATTY",
+                              "", "fru_u50.xml"]),
+        multirecord=dc_output_then_fw([2, 1, 0, 36])))
+with open(os.path.join(ACCEL, "pac_n3000.bin"), "wb") as f:
+    f.write(image(
+        board=board_area(datetime.datetime(2020, 6, 8, 10, 0),
+                         ["Intel Corporation", "Intel FPGA PAC N3000", "PCQB21420061", "K61398-001",
+                          "n3000_fru_1.1"]),
+        product=product_area(["Intel Corporation", "Intel FPGA PAC N3000", "BD-NVV-N3000-1", "1.1",
+                              "NZ0125092210", "", "n3000_fru_1.1"]),
+        multirecord=fpga_fw_record([1, 3, 8, 0]),
+        size=512))
