@@ -133,6 +133,8 @@ public:
 
     // ---- Inventory walk (ingest/walk.cpp) ----
     bool parse_inventories(_vqm_db_handle_t* db, inventories* inv);
+    // The walk over the configs alone (parse_inventories without the after-walk step).
+    bool walk_configs(_vqm_db_handle_t* db, inventories* inv);
     bool parse_configset(_vqm_db_handle_t* db, configset* cs);
     bool parse_config(_vqm_db_handle_t* db, config* cfg);
 

@@ -42,6 +42,13 @@ bool is_non_raid_m2(const char* card_name) {
 
 bool parser::parse_inventories(_vqm_db_handle_t* db, inventories* inv) {
     if (!inv) return false;
+    bool result = walk_configs(db, inv);
+    handle_adapters_after_walk(db);
+    return result;
+}
+
+bool parser::walk_configs(_vqm_db_handle_t* db, inventories* inv) {
+    if (!inv) return false;
     pldm_firmware_list.clear();
     load_walk_index(db);
     bool result = false;
@@ -56,7 +63,6 @@ bool parser::parse_inventories(_vqm_db_handle_t* db, inventories* inv) {
         if (cfg) result = parse_config(db, cfg);
     }
     drop_walk_index();
-    handle_adapters_after_walk(db);
     return result;
 }
 
