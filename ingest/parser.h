@@ -148,10 +148,16 @@ public:
     void indexed_function_type(uint32_t func_key, uint32_t type);
     // find_db_record's answer for a "PCIAdapter" address given as the file's four texts, or
     // for a "PCIPhysicalPortStat" function key: 0 absent, 1 present, -2 when the index
-    // cannot answer.
+    // cannot answer. The ..._inserted calls add a row that the walk wrote.
     long long indexed_adapter(const char* const (&texts)[4]) const;
     void indexed_adapter_inserted(const aim_pci_key_unit* key);
     long long indexed_port_stat(uint32_t func_key) const;
+    // The same for a "Firmwares" row by hardware id and the identity texts "Classification",
+    // "SoftwareID", "VersionString", "ReleaseDate" and "Manufacture" (null: not put).
+    long long indexed_firmware(uint32_t hardware_id, const char* const (&texts)[5]) const;
+    void indexed_firmware_inserted(uint32_t hardware_id, const char* const (&texts)[5]);
+    // Rows of "Firmwares" were deleted: the rest of the walk asks the database.
+    void indexed_firmwares_changed();
     void indexed_port_stat_inserted(uint32_t func_key);
 
     // ---- PCI key resolution (ingest/pci_keys.cpp) ----

@@ -218,6 +218,7 @@ bool parser::parse_config(_vqm_db_handle_t* db, config* cfg) {
         snprintf(hw_where, sizeof(hw_where), "HardwareId=%u AND HardwareTypeId=0", key.hardware_id);
         delete_rows(db, "VPDs", hw_where, "LSI Raid Controller VPD Info");
         delete_rows(db, "Firmwares", hw_where, "LSI Raid Controller Firmware Info");
+        indexed_firmwares_changed();
     }
 
     insert_aim_vpd_info(db, generic, &key);

@@ -76,6 +76,27 @@ void load_adapters(_vqm_db_handle_t* db, walk_index& index) {
     index.adapters_loaded = true;
 }
 
+void load_firmwares(_vqm_db_handle_t* db, walk_index& index) {
+    static const char* const columns[] = {"HardwareId",    "Classification", "SoftwareID",
+                                          "VersionString", "ReleaseDate",    "Manufacture"};
+    vqm_db_result_t* result = query_all(db, "Firmwares", columns, 6);
+    if (!result) return;
+    while (vqm_db_result_step(result) == VQM_DB_ROW) {
+        std::pair<int64_t, walk_index::firmware_texts> row;
+        bool ok = vqm_db_result_column_int64(result, 0, &row.first) == 0;
+        for (int i = 0; i < 5 && ok; ++i) {
+            // A longer text never equals the identity texts, which are cut to 31 characters.
+            char text[64];
+            ok = vqm_db_result_column_text(result, 1 + i, text, sizeof text) == 0 &&
+                 strlen(text) < sizeof text - 1;
+            if (ok) row.second[i] = text;
+        }
+        if (ok) index.firmwares.insert(std::move(row));
+    }
+    vqm_db_free_result(result);
+    index.firmwares_loaded = true;
+}
+
 void load_port_stats(_vqm_db_handle_t* db, walk_index& index) {
     static const char* const columns[] = {"PCIFuncKey"};
     vqm_db_result_t* result = query_all(db, "PCIPhysicalPortStat", columns, 1);
@@ -147,6 +168,7 @@ void parser::load_walk_index(_vqm_db_handle_t* db) {
     load_pcis(db, *walk_cache);
     load_adapters(db, *walk_cache);
     load_port_stats(db, *walk_cache);
+    load_firmwares(db, *walk_cache);
 }
 
 void parser::drop_walk_index() { walk_cache.reset(); }
@@ -189,6 +211,36 @@ long long parser::indexed_adapter(const char* const (&texts)[4]) const {
 void parser::indexed_adapter_inserted(const aim_pci_key_unit* key) {
     if (walk_cache && walk_cache->adapters_loaded)
         walk_cache->adapters.insert({key->segment, key->bus, key->device, key->function});
+}
+
+long long parser::indexed_firmware(uint32_t hardware_id, const char* const (&texts)[5]) const {
+    if (!walk_cache || !walk_cache->firmwares_loaded) return -2;
+    std::pair<int64_t, walk_index::firmware_texts> row;
+    row.first = hardware_id;
+    for (int i = 0; i < 5; ++i) {
+        // A double quote ends the condition's text early: only the database can say what
+        // such a condition does.
+        if (strchr(texts[i], '"')) return -2;
+        row.second[i] = texts[i];
+    }
+    return walk_cache->firmwares.count(row) ? 1 : 0;
+}
+
+void parser::indexed_firmware_inserted(uint32_t hardware_id, const char* const (&texts)[5]) {
+    if (!walk_cache || !walk_cache->firmwares_loaded) return;
+    std::pair<int64_t, walk_index::firmware_texts> row;
+    row.first = hardware_id;
+    for (int i = 0; i < 5; ++i) {
+        if (!texts[i]) return;  // a column left NULL equals no text
+        row.second[i] = texts[i];
+    }
+    walk_cache->firmwares.insert(std::move(row));
+}
+
+void parser::indexed_firmwares_changed() {
+    if (!walk_cache) return;
+    walk_cache->firmwares_loaded = false;
+    walk_cache->firmwares.clear();
 }
 
 long long parser::indexed_port_stat(uint32_t func_key) const {

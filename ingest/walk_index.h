@@ -8,6 +8,8 @@
 
 #include <array>
 #include <set>
+#include <string>
+#include <utility>
 #include <unordered_map>
 #include <vector>
 
@@ -16,6 +18,8 @@
 namespace aim_parser {
 
 struct walk_index {
+    typedef std::array<std::string, 5> firmware_texts;
+
     // The first "PCIs" row (lowest row id) of each address that a config can name
     // (segment, bus, device and function each 0 to 255), as get_pci_node_slot_key_by_pfa
     // reads it; `rows` is indexed by the address packed into 32 bits.
@@ -31,6 +35,11 @@ struct walk_index {
     // Integer addresses of the "PCIAdapter" rows.
     bool adapters_loaded = false;
     std::set<std::array<int64_t, 4>> adapters;
+
+    // "HardwareId" and the identity texts ("Classification", "SoftwareID", "VersionString",
+    // "ReleaseDate", "Manufacture") of the "Firmwares" rows that hold all six.
+    bool firmwares_loaded = false;
+    std::set<std::pair<int64_t, firmware_texts>> firmwares;
 
     // Integer "PCIFuncKey" values of the "PCIPhysicalPortStat" rows.
     bool port_stats_loaded = false;

@@ -187,13 +187,27 @@ unsigned parser::parse_firmware_info(_vqm_db_handle_t* db, group* grp, aim_pci_k
     if (found == 0) return 1;
 
     // An identical firmware row (same hardware and identity texts) is kept as it is.
-    std::string where = "Classification=\"" + id.classification + "\" AND SoftwareID=\"" + id.software_id +
-                        "\" AND VersionString=\"" + id.version + "\" AND ReleaseDate=\"" + id.release_date +
-                        "\" AND Manufacture=\"" + id.manufacturer +
-                        "\" AND HardwareId=" + std::to_string(key->hardware_id);
-    if (find_db_record(db, "Firmwares", where.c_str()) == 0 &&
-        insert_row(db, "Firmwares", cv, "Firmware Information") != 0) {
-        return 0;
+    const char* const texts[5] = {id.classification.c_str(), id.software_id.c_str(), id.version.c_str(),
+                                  id.release_date.c_str(), id.manufacturer.c_str()};
+    long long existing = indexed_firmware(key->hardware_id, texts);
+    if (existing == -2) {
+        std::string where = "Classification=\"" + id.classification + "\" AND SoftwareID=\"" +
+                            id.software_id + "\" AND VersionString=\"" + id.version +
+                            "\" AND ReleaseDate=\"" + id.release_date + "\" AND Manufacture=\"" +
+                            id.manufacturer + "\" AND HardwareId=" + std::to_string(key->hardware_id);
+        existing = find_db_record(db, "Firmwares", where.c_str());
+    }
+    if (existing == 0) {
+        if (insert_row(db, "Firmwares", cv, "Firmware Information") != 0) return 0;
+        // The row as put: the settings' whole texts.
+        const char* const labels[5] = {"Classification", "Software ID", "Version String", "Release Date",
+                                       "Manufacturer"};
+        const char* stored[5];
+        for (int i = 0; i < 5; ++i) {
+            const setting_node* s = grp->get_setting_node(labels[i]);
+            stored[i] = s ? s->value.c_str() : nullptr;
+        }
+        indexed_firmware_inserted(key->hardware_id, stored);
     }
 
     // Classification 13 is the firmware that the PLDM records of the adapter describe.
