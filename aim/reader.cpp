@@ -238,7 +238,9 @@ uint32_t config::parse(sysxml::node& n) {
     }
     id = id_attr;
 
+    // Room for the levels of an ordinary setting, so that the stack is allocated once.
     walk_stack stack;
+    stack.reserve(8);
     bool fault = false;
     for (sysxml::node c = n.first_child(); c; c = c.next_sibling()) {
         if (c.is_text()) continue;
