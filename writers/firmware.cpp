@@ -77,11 +77,12 @@ const int pldm_column_count = static_cast<int>(sizeof pldm_columns / sizeof pldm
 
 // What a kept table row holds, read to tell whether an update would change it.
 struct pldm_row {
-    int64_t ints[6];  // PCIKey, SubDeviceId, PCIFuncKey, DeviceType, Location, SlotNo
-    bool ints_ok[6];
+    // PCIKey, SubDeviceId, PCIFuncKey, DeviceType, Location, SlotNo, VendorId, SubVendorId,
+    // DeviceId; a NULL or a value that is not an integer is not ok.
+    int64_t ints[9];
+    bool ints_ok[9];
     std::string texts[5];  // DeviceName, Manufacture, SoftwareID, VersionString, ReleaseDate
     bool texts_ok[5];
-    uint32_t ids[3];  // VendorId, DeviceId, SubVendorId as the match read them
 };
 
 // The update condition's three keys of a record.
@@ -124,8 +125,8 @@ bool match_table_rows(_vqm_db_handle_t* db, std::vector<PLDMFirmwareInfo>& list,
         }
         match->second->in_table = 1;
         pldm_row row;
-        static const int int_columns[6] = {0, 4, 5, 7, 8, 9};
-        for (int i = 0; i < 6; ++i)
+        static const int int_columns[9] = {0, 4, 5, 7, 8, 9, 1, 2, 3};
+        for (int i = 0; i < 9; ++i)
             row.ints_ok[i] = vqm_db_result_column_int64(result, int_columns[i], &row.ints[i]) == 0;
         for (int i = 0; i < 5; ++i) {
             char text[256];
@@ -144,11 +145,12 @@ bool match_table_rows(_vqm_db_handle_t* db, std::vector<PLDMFirmwareInfo>& list,
 // True when every kept row that the record's update selects already holds what the update
 // writes (the matching identity columns included), so that it would change nothing.
 bool update_changes_nothing(const PLDMFirmwareInfo& r, const std::vector<const pldm_row*>& rows) {
-    const int64_t ints[6] = {r.PCIKey, r.SubDeviceId, r.PCIFuncKey, r.DeviceType, r.Location, r.SlotNo};
+    const int64_t ints[9] = {r.PCIKey, r.SubDeviceId, r.PCIFuncKey,  r.DeviceType, r.Location,
+                             r.SlotNo, r.VendorId,    r.SubVendorId, r.DeviceId};
     const std::string* texts[5] = {&r.DeviceName, &r.Manufacture, &r.SoftwareID, &r.VersionString,
                                    &r.ReleaseDate};
     for (const pldm_row* row : rows) {
-        for (int i = 0; i < 6; ++i) {
+        for (int i = 0; i < 9; ++i) {
             if (!row->ints_ok[i] || row->ints[i] != ints[i]) return false;
         }
         for (int i = 0; i < 5; ++i) {
