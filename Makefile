@@ -38,7 +38,7 @@ test: build
 bench: deps
 	cmake -S . -B $(BUILD)-bench -DCMAKE_BUILD_TYPE=Release -DAIM_BUILD_BENCH=ON -DAIM_BUILD_TESTS=OFF $(CMAKE_FLAGS)
 	cmake --build $(BUILD)-bench -j $(JOBS) --target aim_bench
-	$(BUILD)-bench/bin/aim_bench
+	$(BUILD)-bench/bin/aim_bench --csv $(BUILD)-bench/aim_bench.csv
 
 # 32-bit ARM (arm-linux-gnueabihf) build of everything, its tests run under qemu-arm. Optimised
 # as on the controller (so that the optimiser's warnings show), without debug information.

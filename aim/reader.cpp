@@ -20,9 +20,13 @@
 namespace aim_parser {
 
 void take_text(sysxml::node& el, std::string& field) {
+    sysxml::node first = el.first_child();
+    take_first_text(first, field);
+}
+
+void take_first_text(sysxml::node& first, std::string& field) {
     // The text of the first child node: an element there has no text of its own (and
     // gathering its descendants' text would make deeply nested input quadratic).
-    sysxml::node first = el.first_child();
     if (!first || first.is_element()) return;
     std::string text = first.content();
     if (text.empty() || text[0] == '\0' || text[0] == '\n') return;
@@ -124,11 +128,12 @@ uint32_t parse_setting(setting_node& s, sysxml::node& n, walk_stack& stack) {
         sysxml::node c = stack.back().first;
         unsigned d = stack.back().second;
         stack.pop_back();
-        bool descend = p(c, d);
         if (sysxml::node next = c.next_sibling()) stack.emplace_back(next, d);
-        if (descend) {
-            if (sysxml::node child = c.first_child()) stack.emplace_back(child, d + 1);
-        }
+        // Texts, comments and processing instructions have no children and nothing to do.
+        if (!c.is_element()) continue;
+        sysxml::node child = c.first_child();
+        bool descend = p(c, child, d);
+        if (descend && child) stack.emplace_back(child, d + 1);
     }
 
     if (p.status != 0) {
@@ -146,35 +151,34 @@ uint32_t parse_setting(setting_node& s, sysxml::node& n, walk_stack& stack) {
 
 // ---- setting walk ----------------------------------------------------------------------------
 
-bool setting_parser::operator()(sysxml::node& c, unsigned /*depth*/) {
-    if (!c.is_element()) return true;
+bool setting_parser::operator()(sysxml::node& c, sysxml::node& first, unsigned /*depth*/) {
     const char* tag = c.name();
     if (is(tag, "name")) {
-        take_text(c, node->name);
+        take_first_text(first, node->name);
     } else if (is(tag, "mriName")) {
-        take_text(c, node->mri_name);
+        take_first_text(first, node->mri_name);
     } else if (is(tag, "desc")) {
-        take_text(c, node->desc);
+        take_first_text(first, node->desc);
     } else if (is(tag, "redfish") || is(tag, "Redfish")) {
-        take_text(c, node->redfish);
+        take_first_text(first, node->redfish);
     } else if (is(tag, "text_data")) {
         in_enumerate = false;
-        if (c.has_children()) node->type = setting_node::text_data;
+        if (first) node->type = setting_node::text_data;
     } else if (is(tag, "numeric_data")) {
         in_enumerate = false;
-        if (c.has_children()) node->type = setting_node::numeric_data;
+        if (first) node->type = setting_node::numeric_data;
     } else if (is(tag, "enumerate_data")) {
         in_enumerate = true;
         instance_seen = false;
-        if (c.has_children()) node->type = setting_node::enumerate_data;
+        if (first) node->type = setting_node::enumerate_data;
     } else if (is(tag, "boolean_data")) {
         in_enumerate = false;
-        if (c.has_children()) node->type = setting_node::boolean_data;
+        if (first) node->type = setting_node::boolean_data;
     } else if (is(tag, "instance") && in_enumerate) {
         instance_seen = true;
     } else if (is(tag, "value") || is(tag, "instance")) {
         // Inside an enumeration only the values before its first instance count.
-        if (!(in_enumerate && instance_seen)) take_text(c, node->value);
+        if (!(in_enumerate && instance_seen)) take_first_text(first, node->value);
     } else if ((is(tag, "choice") || is(tag, "label")) && in_enumerate) {
         // Choices and labels of an enumeration are accepted and not stored.
     } else {
@@ -234,7 +238,9 @@ uint32_t config::parse(sysxml::node& n) {
     }
     id = id_attr;
 
+    // Room for the levels of an ordinary setting, so that the stack is allocated once.
     walk_stack stack;
+    stack.reserve(8);
     bool fault = false;
     for (sysxml::node c = n.first_child(); c; c = c.next_sibling()) {
         if (c.is_text()) continue;

@@ -11,9 +11,10 @@ namespace aim_parser {
 struct setting_parser {
     explicit setting_parser(setting_node* n) : node(n) {}
 
-    // Handles one node of the subtree; returns true when the walk is to descend into its
-    // children (it always does). `depth` is the node's depth below the setting.
-    bool operator()(sysxml::node& n, unsigned depth);
+    // Handles one element of the subtree, whose first child is `first`; returns true when
+    // the walk is to descend into its children (it always does). `depth` is the element's
+    // depth below the setting. Other nodes need no handling.
+    bool operator()(sysxml::node& n, sysxml::node& first, unsigned depth);
 
     uint32_t status = 0;  // 0 while all is well, 2 after an unknown element
     setting_node* node;   // the setting being filled, not owned
@@ -25,5 +26,7 @@ struct setting_parser {
 // processing-instruction node whose text is not empty and does not begin with a line feed;
 // otherwise `field` keeps its value.
 void take_text(sysxml::node& el, std::string& field);
+// The same, given `el`'s first child (null when it has none).
+void take_first_text(sysxml::node& first, std::string& field);
 
 }  // namespace aim_parser

@@ -1,175 +1,201 @@
-// Whole parse_aim runs over generated AIM files of 500, 1000 and 2000 configs, and, for
-// each size, the lower bound of such a run measured in the same process: pugixml loading
-// the same file plus the same number of rows inserted with prepared statements in one
-// transaction. After the runs the ratios are printed: 2000/500 configs and run/lower bound.
-#include <benchmark/benchmark.h>
+// Whole parse_aim runs over generated AIM files of 256, 1024 and 4096 configs, side by side
+// with the lower bound of such a run measured in the same process: pugixml loading the same
+// file, the same number of rows inserted with one prepared statement in one transaction,
+// and one indexed lookup per config. For each size it prints and writes to a CSV file:
+//   - CPU time of both (median of interleaved repetitions), their ratio and T(N)/T(N/4);
+//   - the same in instructions, counted by callgrind in a child process (when valgrind is
+//     installed), each piece between client requests;
+//   - the peak RSS of a child process running one whole parse_aim and of one loading the
+//     file with pugixml;
+//   - operator new calls per config of a whole run and of the reader alone;
+//   - the cost of each step of a run (wipe, filter, reader, walk, after the walk).
+//
+// Usage: aim_bench [--sizes 256,1024,4096] [--reps N] [--csv FILE] [--no-callgrind]
 #include <sqlite3.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+#include <valgrind/callgrind.h>
 
+#include <algorithm>
+#include <dirent.h>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <memory>
+#include <new>
 #include <pugixml.hpp>
 #include <string>
 #include <vector>
 
+#include "aim/document.h"
 #include "bench/gen.h"
 #include "host/db.h"
 #include "host/log.h"
 #include "host/sysroot.h"
-#include "aim/document.h"
 #include "ingest/parse_aim.h"
 #include "ingest/parser.h"
+
+// ---- Allocation counter: every operator new of the process -----------------------------------
+// GCC sees the replacement new's malloc through the inlined calls and flags the matching
+// free as a mismatch.
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
+namespace {
+unsigned long long g_news = 0;
+}
+void* operator new(size_t size) {
+    ++g_news;
+    if (void* p = malloc(size ? size : 1)) return p;
+    throw std::bad_alloc();
+}
+void* operator new[](size_t size) { return operator new(size); }
+void operator delete(void* p) noexcept { free(p); }
+void operator delete[](void* p) noexcept { free(p); }
+void operator delete(void* p, size_t) noexcept { free(p); }
+void operator delete[](void* p, size_t) noexcept { free(p); }
 
 namespace {
 
 const char* const aim_path = "/pstorage/cmr/aim.xml";
+const char* const filtered_path = "/tmp/aim_filtered.xml";
 const char* const adapter_tables[] = {
     "PCIAdapter",          "PCIMisc",        "VPDs",   "Firmwares",  "PCINetwork", "PCIPhysicalPort",
     "PCIPhysicalPortStat", "PCILogicalPort", "PCIGPU", "PCIGPUChip", "AimDisks",   "PldmDeviceFirmware"};
+const char* const step_names[] = {"wipe", "filter", "reader", "walk", "after-walk"};
+const int step_count = 5;
 
-void write_file(const std::string& path, const std::string& content) {
-    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-    std::ofstream(path, std::ios::binary | std::ios::trunc) << content;
+double cpu_ms() {
+    timespec t;
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
+    return t.tv_sec * 1e3 + t.tv_nsec / 1e6;
 }
 
-// A private controller: sysroot, inventory database with the "PCIs" rows of `configs`
-// functions, and the AIM file at its controller path.
-struct environment {
-    std::unique_ptr<host::scoped_sysroot> root;
-    _vqm_db_handle_t* db = nullptr;
-    std::string aim_file;  // host path of the AIM file
+double median(std::vector<double> v) {
+    if (v.empty()) return 0;
+    std::sort(v.begin(), v.end());
+    return v[v.size() / 2];
+}
+
+// Peak and current resident set of this process, in KiB.
+long status_kib(const char* field) {
+    std::ifstream in("/proc/self/status");
+    std::string line;
+    size_t n = strlen(field);
+    while (std::getline(in, line)) {
+        if (line.compare(0, n, field) == 0) return atol(line.c_str() + n + 1);
+    }
+    return 0;
+}
+
+// ---- The controller of one size: sysroot, inventory database, AIM file --------------------
+
+std::string root_of(unsigned configs) {
+    return "/tmp/aim_bench." + std::to_string(getpid()) + "." + std::to_string(configs);
+}
+
+// Creates (parent) the sysroot directory `root` with the inventory database holding the
+// "PCIs" rows of `configs` functions and the AIM file; false on failure.
+bool create_controller(const std::string& root, unsigned configs) {
+    namespace fs = std::filesystem;
+    fs::create_directories(root + "/tmp");
+    fs::create_directories(root + "/pstorage/cmr");
+    std::ofstream(root + aim_path, std::ios::binary | std::ios::trunc) << aimbench::generate_aim(configs);
     std::string error;
-
-    explicit environment(unsigned configs) {
-        root.reset(new host::scoped_sysroot());
-        host::set_database_dir(root->dir());
-        db = host::db_open_file(root->dir() + "/inventory.db", &error);
-        if (!db) return;
-        if (host::db_apply_schema(db, &error) != 0 ||
-            host::db_exec_script(db, aimbench::generate_pcis_sql(configs), &error) != 0) {
-            vqm_db_close(db);
-            db = nullptr;
-            return;
-        }
-        aim_file = root->dir() + aim_path;
-        write_file(aim_file, aimbench::generate_aim(configs));
-    }
-    ~environment() {
-        if (db) vqm_db_close(db);
-    }
-
-    // Rows that one run leaves in the adapter tables.
-    long rows_written() {
-        long total = 0;
-        for (const char* table : adapter_tables) {
-            std::vector<host::row> rows;
-            if (host::db_select(db, std::string("SELECT COUNT(*) AS n FROM \"") + table + "\"", rows) == 0 &&
-                !rows.empty())
-                total += atol(rows[0]["n"].c_str());
-        }
-        return total;
-    }
-};
-
-void BM_parse_aim(benchmark::State& state) {
-    environment env((unsigned)state.range(0));
-    if (!env.db) {
-        state.SkipWithError(env.error.c_str());
-        return;
-    }
-    for (auto _ : state) {
-        if (parse_aim(env.db, aim_path) != 0) {
-            state.SkipWithError("parse_aim failed");
-            break;
-        }
-    }
-    state.counters["rows"] = (double)env.rows_written();
+    _vqm_db_handle_t* db = host::db_open_file(root + "/inventory.db", &error);
+    if (!db) return false;
+    bool ok = host::db_apply_schema(db, &error) == 0 &&
+              host::db_exec_script(db, aimbench::generate_pcis_sql(configs), &error) == 0;
+    if (!ok) fprintf(stderr, "aim_bench: %s\n", error.c_str());
+    vqm_db_close(db);
+    return ok;
 }
 
-// The AIM reader alone on the same file (no filter, no database): where a run's time goes.
-void BM_reader_only(benchmark::State& state) {
-    environment env((unsigned)state.range(0));
-    if (!env.db) {
-        state.SkipWithError(env.error.c_str());
-        return;
-    }
-    // The reader gets the file as a run hands it over: filtered to one line.
-    aim_parser::parser filter;
-    if (!filter.filter_xml(aim_path, "/tmp/aim_filtered.xml")) {
-        state.SkipWithError("filter failed");
-        return;
-    }
-    for (auto _ : state) {
-        aim_parser::document doc;
-        if (doc.parse("/tmp/aim_filtered.xml") != 0) {
-            state.SkipWithError("document::parse failed");
-            break;
-        }
-    }
+_vqm_db_handle_t* open_controller(const std::string& root) {
+    setenv("AIM_SYSROOT", root.c_str(), 1);
+    host::set_database_dir(root);
+    return host::db_open_file(root + "/inventory.db");
 }
 
-// The database side of a run alone: the wipe and the walk over an already read tree.
-void BM_wipe_and_walk(benchmark::State& state) {
-    environment env((unsigned)state.range(0));
-    if (!env.db) {
-        state.SkipWithError(env.error.c_str());
-        return;
+long rows_written(_vqm_db_handle_t* db) {
+    long total = 0;
+    for (const char* table : adapter_tables) {
+        std::vector<host::row> rows;
+        if (host::db_select(db, std::string("SELECT COUNT(*) AS n FROM \"") + table + "\"", rows) == 0 &&
+            !rows.empty())
+            total += atol(rows[0]["n"].c_str());
     }
-    for (auto _ : state) {
-        state.PauseTiming();
-        std::unique_ptr<aim_parser::document> doc(new aim_parser::document);
-        uint32_t rc = doc->parse(aim_path);
-        aim_parser::parser p;
-        state.ResumeTiming();
-        if (rc != 0 || !p.wipe(env.db) || !p.init() || !p.parse_inventories(env.db, &doc->inventories)) {
-            state.SkipWithError("wipe or walk failed");
-            break;
-        }
-        state.PauseTiming();
-        doc.reset();
-        state.ResumeTiming();
-    }
+    return total;
 }
 
-// One insert statement per table shape: ten columns, mixing numbers and text like the
-// adapter rows do.
-void BM_lower_bound(benchmark::State& state) {
-    long rows = 0;
-    std::string file;
-    std::unique_ptr<environment> env(new environment((unsigned)state.range(0)));
-    if (!env->db || parse_aim(env->db, aim_path) != 0) {
-        state.SkipWithError("set-up run failed");
-        return;
-    }
-    rows = env->rows_written();
-    file = env->aim_file;
+// ---- The lower bound ------------------------------------------------------------------------
 
+// Its own database: a ten-column table like the adapter rows, and an indexed table of the
+// addresses that a run looks up.
+struct lower_bound {
     sqlite3* sql = nullptr;
-    std::string path = env->root->dir() + "/lower_bound.db";
-    if (sqlite3_open(path.c_str(), &sql) != SQLITE_OK ||
-        sqlite3_exec(sql,
-                     "PRAGMA journal_mode=WAL; CREATE TABLE t (_id INTEGER PRIMARY KEY, SegNo INTEGER, BusNo "
-                     "INTEGER, DeviceNo INTEGER, FunctionNo INTEGER, NodeNo INTEGER, SlotNo INTEGER, PCIKey "
-                     "INTEGER, PCIFuncKey INTEGER, Name TEXT, Value TEXT);",
-                     nullptr, nullptr, nullptr) != SQLITE_OK) {
-        state.SkipWithError(sqlite3_errmsg(sql));
-        sqlite3_close(sql);
-        return;
-    }
     sqlite3_stmt* insert = nullptr;
-    sqlite3_prepare_v2(
-        sql,
-        "INSERT INTO t (SegNo,BusNo,DeviceNo,FunctionNo,NodeNo,SlotNo,PCIKey,PCIFuncKey,Name,Value) "
-        "VALUES (?,?,?,?,?,?,?,?,?,?)",
-        -1, &insert, nullptr);
-    for (auto _ : state) {
+    sqlite3_stmt* lookup = nullptr;
+    std::string file;
+    long rows = 0;
+    unsigned configs = 0;
+
+    bool open(const std::string& root, unsigned n, long row_count) {
+        file = root + aim_path;
+        rows = row_count;
+        configs = n;
+        // One file per process: a child must not meet the parent's write-ahead log.
+        std::string path = root + "/lower_bound." + std::to_string(getpid()) + ".db";
+        unlink(path.c_str());
+        if (sqlite3_open(path.c_str(), &sql) != SQLITE_OK) return false;
+        std::string setup =
+            "PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL; CREATE TABLE t (_id INTEGER PRIMARY KEY, "
+            "SegNo INTEGER, BusNo INTEGER, DeviceNo INTEGER, FunctionNo INTEGER, NodeNo INTEGER, SlotNo "
+            "INTEGER, "
+            "PCIKey INTEGER, PCIFuncKey INTEGER, Name TEXT, Value TEXT); CREATE TABLE p (_id INTEGER PRIMARY "
+            "KEY, "
+            "SegNo INTEGER, BusNo INTEGER, DeviceNo INTEGER, FunctionNo INTEGER, FunKey INTEGER); CREATE "
+            "INDEX "
+            "p_by_address ON p (SegNo, BusNo, DeviceNo, FunctionNo); BEGIN;";
+        for (unsigned i = 0; i < n; ++i) {
+            aimbench::pci_address a = aimbench::config_address(i);
+            setup += "INSERT INTO p (SegNo,BusNo,DeviceNo,FunctionNo,FunKey) VALUES (" +
+                     std::to_string(a.segment) + "," + std::to_string(a.bus) + "," +
+                     std::to_string(a.device) + "," + std::to_string(a.function) + "," +
+                     std::to_string(aimbench::function_key(a)) + ");";
+        }
+        setup += "COMMIT;";
+        return sqlite3_exec(sql, setup.c_str(), nullptr, nullptr, nullptr) == SQLITE_OK &&
+               sqlite3_prepare_v2(
+                   sql,
+                   "INSERT INTO t (SegNo,BusNo,DeviceNo,FunctionNo,NodeNo,SlotNo,PCIKey,PCIFuncKey,"
+                   "Name,Value) VALUES (?,?,?,?,?,?,?,?,?,?)",
+                   -1, &insert, nullptr) == SQLITE_OK &&
+               sqlite3_prepare_v2(
+                   sql, "SELECT FunKey FROM p WHERE SegNo=? AND BusNo=? AND DeviceNo=? AND FunctionNo=?", -1,
+                   &lookup, nullptr) == SQLITE_OK;
+    }
+    ~lower_bound() {
+        sqlite3_finalize(insert);
+        sqlite3_finalize(lookup);
+        sqlite3_close(sql);
+    }
+
+    bool run() {
         pugi::xml_document doc;
-        if (!doc.load_file(file.c_str())) {
-            state.SkipWithError("pugixml failed to load the file");
-            break;
+        if (!doc.load_file(file.c_str())) return false;
+        long found = 0;
+        for (unsigned i = 0; i < configs; ++i) {
+            aimbench::pci_address a = aimbench::config_address(i);
+            sqlite3_bind_int(lookup, 1, (int)a.segment);
+            sqlite3_bind_int(lookup, 2, (int)a.bus);
+            sqlite3_bind_int(lookup, 3, (int)a.device);
+            sqlite3_bind_int(lookup, 4, (int)a.function);
+            while (sqlite3_step(lookup) == SQLITE_ROW) found += sqlite3_column_int64(lookup, 0) > 0;
+            sqlite3_reset(lookup);
         }
         sqlite3_exec(sql, "BEGIN; DELETE FROM t;", nullptr, nullptr, nullptr);
         for (long i = 0; i < rows; ++i) {
@@ -179,92 +205,354 @@ void BM_lower_bound(benchmark::State& state) {
             sqlite3_step(insert);
             sqlite3_reset(insert);
         }
-        sqlite3_exec(sql, "COMMIT;", nullptr, nullptr, nullptr);
+        return sqlite3_exec(sql, "COMMIT;", nullptr, nullptr, nullptr) == SQLITE_OK && found == (long)configs;
     }
-    sqlite3_finalize(insert);
-    sqlite3_close(sql);
-    state.counters["rows"] = (double)rows;
-}
-
-BENCHMARK(BM_parse_aim)
-    ->Arg(500)
-    ->Arg(1000)
-    ->Arg(2000)
-    ->Unit(benchmark::kMillisecond)
-    ->MinTime(2.0)
-    ->UseRealTime();
-BENCHMARK(BM_reader_only)
-    ->Arg(500)
-    ->Arg(1000)
-    ->Arg(2000)
-    ->Unit(benchmark::kMillisecond)
-    ->MinTime(2.0)
-    ->UseRealTime();
-BENCHMARK(BM_wipe_and_walk)
-    ->Arg(500)
-    ->Arg(1000)
-    ->Arg(2000)
-    ->Unit(benchmark::kMillisecond)
-    ->MinTime(2.0)
-    ->UseRealTime();
-BENCHMARK(BM_lower_bound)
-    ->Arg(500)
-    ->Arg(1000)
-    ->Arg(2000)
-    ->Unit(benchmark::kMillisecond)
-    ->MinTime(2.0)
-    ->UseRealTime();
-
-// Console output plus the real and CPU time per iteration of every run, by run name.
-class ratio_reporter : public benchmark::ConsoleReporter {
-public:
-    struct times {
-        double real = 0, cpu = 0;
-    };
-    void ReportRuns(const std::vector<Run>& runs) override {
-        for (const Run& r : runs) {
-            if (r.run_type == Run::RT_Iteration && !r.error_occurred)
-                measured[r.benchmark_name()] = {r.GetAdjustedRealTime(), r.GetAdjustedCPUTime()};
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-    times get(const std::string& name) const {
-        auto it = measured.find(name);
-        return it == measured.end() ? times() : it->second;
-    }
-    std::map<std::string, times> measured;
 };
 
-// Prints a/b in real and in CPU time. The CPU ratio is the steadier one on a loaded machine.
-void print_ratio(const std::string& what, ratio_reporter::times a, ratio_reporter::times b, double limit) {
-    if (a.real <= 0 || b.real <= 0 || b.cpu <= 0) return;
-    double real = a.real / b.real, cpu = a.cpu / b.cpu;
-    printf("%-42s real %6.2f  cpu %6.2f  (limit %.1f: %s)\n", what.c_str(), real, cpu, limit,
-           real < limit ? "ok" : "OVER");
+// ---- The steps of a run, as parse_aim takes them -------------------------------------------
+
+// Runs parse_aim's steps one by one, calling `around(step, body)` for each.
+bool run_steps(_vqm_db_handle_t* db, const std::function<void(int, const std::function<void()>&)>& around) {
+    aim_parser::parser p;
+    bool ok = true;
+    around(0, [&] { ok = p.wipe(db); });
+    around(1, [&] { ok = ok && p.filter_xml(aim_path, filtered_path); });
+    std::unique_ptr<aim_parser::document> doc(new aim_parser::document);
+    ok = ok && p.init();
+    around(2, [&] { ok = ok && doc->parse(filtered_path) == 0; });
+    around(3, [&] { p.walk_configs(db, &doc->inventories); });
+    around(4, [&] {
+        p.handle_adapters_after_walk(db);
+        doc.reset();  // the tree is released at the end of a run
+    });
+    unlink(host::map_path(filtered_path).c_str());
+    return ok;
+}
+
+// ---- Child processes: peak RSS and callgrind counts ----------------------------------------
+
+// `aim_bench --child MODE N ROOT`: prints "key value" lines on standard output.
+int child_main(const std::string& mode, unsigned configs, const std::string& root) {
+    if (mode == "rss-pugixml") {
+        long before = status_kib("VmRSS:");
+        pugi::xml_document doc;
+        if (!doc.load_file((root + aim_path).c_str())) return 1;
+        printf("peak %ld\nbase %ld\n", status_kib("VmHWM:"), before);
+        return 0;
+    }
+    _vqm_db_handle_t* db = open_controller(root);
+    if (!db) return 1;
+    if (mode == "rss-whole") {
+        long before = status_kib("VmRSS:");
+        int rc = parse_aim(db, aim_path);
+        printf("peak %ld\nbase %ld\n", status_kib("VmHWM:"), before);
+        vqm_db_close(db);
+        return rc == 0 ? 0 : 1;
+    }
+    if (mode == "callgrind") {
+        // One run first, so that both sides find their databases warm and their statements
+        // prepared as in the timed repetitions.
+        if (parse_aim(db, aim_path) != 0) return 1;
+        lower_bound bound;
+        if (!bound.open(root, configs, rows_written(db)) || !bound.run()) return 1;
+        CALLGRIND_ZERO_STATS;
+        CALLGRIND_TOGGLE_COLLECT;
+        int rc = parse_aim(db, aim_path);
+        CALLGRIND_TOGGLE_COLLECT;
+        CALLGRIND_DUMP_STATS_AT("whole");
+        CALLGRIND_TOGGLE_COLLECT;
+        bool ok = bound.run();
+        CALLGRIND_TOGGLE_COLLECT;
+        CALLGRIND_DUMP_STATS_AT("bound");
+        run_steps(db, [](int step, const std::function<void()>& body) {
+            CALLGRIND_TOGGLE_COLLECT;
+            body();
+            CALLGRIND_TOGGLE_COLLECT;
+            CALLGRIND_DUMP_STATS_AT(step_names[step]);
+        });
+        vqm_db_close(db);
+        return rc == 0 && ok ? 0 : 1;
+    }
+    vqm_db_close(db);
+    return 2;
+}
+
+// Runs `argv` with standard output into a string; false unless it exits with 0.
+bool run_child(const std::vector<std::string>& args, std::string& out) {
+    int fds[2];
+    if (pipe(fds) != 0) return false;
+    pid_t pid = fork();
+    if (pid == 0) {
+        dup2(fds[1], 1);
+        close(fds[0]);
+        close(fds[1]);
+        std::vector<char*> argv;
+        for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+        argv.push_back(nullptr);
+        execvp(argv[0], argv.data());
+        _exit(127);
+    }
+    close(fds[1]);
+    char buf[4096];
+    ssize_t n;
+    while ((n = read(fds[0], buf, sizeof buf)) > 0) out.append(buf, (size_t)n);
+    close(fds[0]);
+    int status = 0;
+    waitpid(pid, &status, 0);
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+std::map<std::string, double> parse_pairs(const std::string& text) {
+    std::map<std::string, double> out;
+    size_t at = 0;
+    while (at < text.size()) {
+        size_t end = text.find('\n', at);
+        if (end == std::string::npos) end = text.size();
+        std::string line = text.substr(at, end - at);
+        size_t sp = line.find(' ');
+        if (sp != std::string::npos) out[line.substr(0, sp)] = atof(line.c_str() + sp + 1);
+        at = end + 1;
+    }
+    return out;
+}
+
+// Instructions of each callgrind dump in `dir`, by the name its client request gave.
+std::map<std::string, double> read_callgrind_dumps(const std::string& dir) {
+    std::map<std::string, double> out;
+    DIR* d = opendir(dir.c_str());
+    if (!d) return out;
+    while (dirent* e = readdir(d)) {
+        if (strncmp(e->d_name, "callgrind.out", 13) != 0) continue;
+        std::ifstream in(dir + "/" + e->d_name);
+        std::string line, name;
+        double total = -1;
+        while (std::getline(in, line)) {
+            static const std::string trigger = "desc: Trigger: Client Request: ";
+            if (line.compare(0, trigger.size(), trigger) == 0) name = line.substr(trigger.size());
+            if (line.compare(0, 8, "totals: ") == 0) total = atof(line.c_str() + 8);
+            if (line.compare(0, 9, "summary: ") == 0 && total < 0) total = atof(line.c_str() + 9);
+        }
+        if (!name.empty() && total >= 0) out[name] = total;
+    }
+    closedir(d);
+    return out;
+}
+
+bool have_valgrind() { return system("valgrind --version > /dev/null 2>&1") == 0; }
+
+// ---- The measurements of one size -----------------------------------------------------------
+
+struct result {
+    unsigned configs = 0;
+    long rows = 0;
+    double whole_ms = 0, bound_ms = 0;
+    double whole_ins = 0, bound_ins = 0;  // 0: not counted
+    double step_ms[step_count] = {}, step_ins[step_count] = {};
+    double rss_whole_kib = 0, rss_pugixml_kib = 0, rss_base_kib = 0;
+    double news_per_config = 0, reader_news_per_config = 0;
+};
+
+bool measure(unsigned configs, int reps, bool callgrind, const std::string& self, result& r) {
+    r.configs = configs;
+    std::string root = root_of(configs);
+    std::filesystem::remove_all(root);
+    if (!create_controller(root, configs)) return false;
+    _vqm_db_handle_t* db = open_controller(root);
+    if (!db || parse_aim(db, aim_path) != 0) return false;
+    r.rows = rows_written(db);
+
+    unsigned long long before = g_news;
+    parse_aim(db, aim_path);
+    r.news_per_config = double(g_news - before) / configs;
+    run_steps(db, [&](int step, const std::function<void()>& body) {
+        unsigned long long at = g_news;
+        body();
+        if (step == 2) r.reader_news_per_config = double(g_news - at) / configs;
+    });
+
+    lower_bound bound;
+    if (!bound.open(root, configs, r.rows)) return false;
+    std::vector<double> whole, low, steps[step_count];
+    for (int i = 0; i < reps; ++i) {
+        double t0 = cpu_ms();
+        if (parse_aim(db, aim_path) != 0) return false;
+        double t1 = cpu_ms();
+        if (!bound.run()) return false;
+        double t2 = cpu_ms();
+        whole.push_back(t1 - t0);
+        low.push_back(t2 - t1);
+        run_steps(db, [&](int step, const std::function<void()>& body) {
+            double s = cpu_ms();
+            body();
+            steps[step].push_back(cpu_ms() - s);
+        });
+    }
+    r.whole_ms = median(whole);
+    r.bound_ms = median(low);
+    for (int s = 0; s < step_count; ++s) r.step_ms[s] = median(steps[s]);
+    vqm_db_close(db);
+
+    std::string out;
+    if (run_child({self, "--child", "rss-whole", std::to_string(configs), root}, out)) {
+        auto kv = parse_pairs(out);
+        r.rss_whole_kib = kv["peak"];
+        r.rss_base_kib = kv["base"];
+    }
+    out.clear();
+    if (run_child({self, "--child", "rss-pugixml", std::to_string(configs), root}, out))
+        r.rss_pugixml_kib = parse_pairs(out)["peak"];
+
+    if (callgrind) {
+        std::string dir = root + "/callgrind";
+        std::filesystem::create_directories(dir);
+        out.clear();
+        if (run_child({"valgrind", "--tool=callgrind", "--collect-atstart=no", "-q",
+                       "--callgrind-out-file=" + dir + "/callgrind.out", self, "--child", "callgrind",
+                       std::to_string(configs), root},
+                      out)) {
+            auto counts = read_callgrind_dumps(dir);
+            r.whole_ins = counts["whole"];
+            r.bound_ins = counts["bound"];
+            for (int s = 0; s < step_count; ++s) r.step_ins[s] = counts[step_names[s]];
+        } else {
+            fprintf(stderr, "aim_bench: the callgrind run of %u configs failed\n", configs);
+        }
+    }
+    if (!getenv("AIM_BENCH_KEEP")) std::filesystem::remove_all(root);  // kept for debugging
+    return true;
+}
+
+// `v` with `decimals` decimals and a suffix.
+std::string fmt(double v, int decimals, const char* suffix = "") {
+    char buf[64];
+    snprintf(buf, sizeof buf, "%.*f%s", decimals, v, suffix);
+    return buf;
+}
+
+std::string ratio(double a, double b) { return a > 0 && b > 0 ? fmt(a / b, 2) : "-"; }
+
+void print_tables(const std::vector<result>& rs, FILE* out) {
+    fprintf(
+        out,
+        "| Configs | Whole run | Lower bound | Ratio | T(N)/T(N/4) | Whole run (instr.) | Lower bound "
+        "(instr.) "
+        "| Ratio (instr.) | T(N)/T(N/4) (instr.) | Peak RSS run | Peak RSS pugixml | RSS ratio | Allocations "
+        "per config (reader) |\n");
+    fprintf(out, "|---|---|---|---|---|---|---|---|---|---|---|---|---|\n");
+    for (size_t i = 0; i < rs.size(); ++i) {
+        const result& r = rs[i];
+        const result* q = nullptr;
+        for (const result& c : rs) {
+            if (c.configs * 4 == r.configs) q = &c;
+        }
+        fprintf(out,
+                "| %u | %.1f ms | %.1f ms | %s | %s | %s | %s | %s | %s | %.1f MiB | %.1f MiB | %s | %.1f "
+                "(%.1f) |\n",
+                r.configs, r.whole_ms, r.bound_ms, ratio(r.whole_ms, r.bound_ms).c_str(),
+                q ? ratio(r.whole_ms, q->whole_ms).c_str() : "-",
+                r.whole_ins > 0 ? fmt(r.whole_ins / 1e6, 0, "M").c_str() : "-",
+                r.bound_ins > 0 ? fmt(r.bound_ins / 1e6, 0, "M").c_str() : "-",
+                ratio(r.whole_ins, r.bound_ins).c_str(), q ? ratio(r.whole_ins, q->whole_ins).c_str() : "-",
+                r.rss_whole_kib / 1024, r.rss_pugixml_kib / 1024,
+                ratio(r.rss_whole_kib, r.rss_pugixml_kib).c_str(), r.news_per_config,
+                r.reader_news_per_config);
+    }
+    fprintf(out,
+            "\n| Configs | Step | CPU time | Instructions | T(N)/T(N/4) (instr.) |\n|---|---|---|---|---|\n");
+    for (const result& r : rs) {
+        const result* q = nullptr;
+        for (const result& c : rs) {
+            if (c.configs * 4 == r.configs) q = &c;
+        }
+        for (int s = 0; s < step_count; ++s) {
+            fprintf(out, "| %u | %s | %.2f ms | %s | %s |\n", r.configs, step_names[s], r.step_ms[s],
+                    r.step_ins[s] > 0 ? fmt(r.step_ins[s] / 1e6, 1, "M").c_str() : "-",
+                    q ? ratio(r.step_ins[s], q->step_ins[s]).c_str() : "-");
+        }
+    }
+}
+
+void write_csv(const std::vector<result>& rs, const std::string& path) {
+    FILE* f = fopen(path.c_str(), "w");
+    if (!f) return;
+    fprintf(f,
+            "configs,rows,whole_cpu_ms,bound_cpu_ms,whole_instr,bound_instr,rss_run_kib,rss_pugixml_kib,"
+            "rss_process_base_kib,news_per_config,reader_news_per_config");
+    for (const char* s : step_names) fprintf(f, ",%s_cpu_ms,%s_instr", s, s);
+    fprintf(f, "\n");
+    for (const result& r : rs) {
+        fprintf(f, "%u,%ld,%.3f,%.3f,%.0f,%.0f,%.0f,%.0f,%.0f,%.2f,%.2f", r.configs, r.rows, r.whole_ms,
+                r.bound_ms, r.whole_ins, r.bound_ins, r.rss_whole_kib, r.rss_pugixml_kib, r.rss_base_kib,
+                r.news_per_config, r.reader_news_per_config);
+        for (int s = 0; s < step_count; ++s) fprintf(f, ",%.3f,%.0f", r.step_ms[s], r.step_ins[s]);
+        fprintf(f, "\n");
+    }
+    fclose(f);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
     // Runs log at the warning threshold, a controller service's usual level: the per-config
-    // information messages ("AIM Doc: config %s is [OK]", ...) are below it and cost one
-    // call each. KORA_LOG_LEVEL overrides it (for example "info", to measure writing them).
+    // information messages are below it. KORA_LOG_LEVEL overrides it.
     host::log_level level = host::log_level::warn;
     const char* env = getenv("KORA_LOG_LEVEL");
     if (env && !host::parse_log_level(env, level)) level = host::log_level::warn;
     host::set_log_level(level);
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    ratio_reporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    auto run = [](int n) { return "BM_parse_aim/" + std::to_string(n) + "/min_time:2.000/real_time"; };
-    auto bound = [](int n) { return "BM_lower_bound/" + std::to_string(n) + "/min_time:2.000/real_time"; };
-    printf("\n");
-    print_ratio("parse_aim 2000 configs / 500 configs", reporter.get(run(2000)), reporter.get(run(500)), 4.5);
-    for (int n : {500, 1000, 2000}) {
-        print_ratio("parse_aim / lower bound at " + std::to_string(n) + " configs", reporter.get(run(n)),
-                    reporter.get(bound(n)), 2.0);
+    host::set_real_sleep(false);
+
+    if (argc == 5 && strcmp(argv[1], "--child") == 0)
+        return child_main(argv[2], (unsigned)atoi(argv[3]), argv[4]);
+
+    std::vector<unsigned> sizes = {256, 1024, 4096};
+    int reps = 5;
+    bool callgrind = true;
+    std::string csv = "aim_bench.csv";
+    for (int i = 1; i < argc; ++i) {
+        std::string a = argv[i];
+        if (a == "--sizes" && i + 1 < argc) {
+            sizes.clear();
+            for (char* p = strtok(argv[++i], ","); p; p = strtok(nullptr, ","))
+                sizes.push_back((unsigned)atoi(p));
+        } else if (a == "--reps" && i + 1 < argc) {
+            reps = std::max(1, atoi(argv[++i]));
+        } else if (a == "--csv" && i + 1 < argc) {
+            csv = argv[++i];
+        } else if (a == "--no-callgrind") {
+            callgrind = false;
+        } else {
+            fprintf(stderr, "usage: %s [--sizes 256,1024,4096] [--reps N] [--csv FILE] [--no-callgrind]\n",
+                    argv[0]);
+            return 2;
+        }
     }
-    benchmark::Shutdown();
+    if (callgrind && !have_valgrind()) {
+        fprintf(stderr, "aim_bench: valgrind not found, instructions not counted\n");
+        callgrind = false;
+    }
+    char self[4096];
+    ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
+    if (n <= 0) return 1;
+    self[n] = '\0';
+
+    std::vector<result> results;
+    for (unsigned configs : sizes) {
+        result r;
+        fprintf(stderr, "aim_bench: %u configs...\n", configs);
+        if (!measure(configs, reps, callgrind, self, r)) {
+            fprintf(stderr, "aim_bench: the run of %u configs failed\n", configs);
+            return 1;
+        }
+        results.push_back(r);
+    }
+    print_tables(results, stdout);
+    write_csv(results, csv);
+    printf("\nCSV: %s (CPU times: median of %d interleaved repetitions; load average at the end: ",
+           csv.c_str(), reps);
+    double load[1] = {0};
+    if (getloadavg(load, 1) == 1)
+        printf("%.2f)\n", load[0]);
+    else
+        printf("unknown)\n");
     return 0;
 }

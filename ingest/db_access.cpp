@@ -38,7 +38,10 @@ bool parser::update_pci_function_type(_vqm_db_handle_t* db, aim_pci_key_unit* ke
     param.type = VQM_DB_PARAM_UINT;
     param.value = key->func_key;
     int rc = vqm_db_update(db, "PCIs", cv, "FunKey=?", &param, 1, 0);
-    if (rc == 0) return true;
+    if (rc == 0) {
+        indexed_function_type(key->func_key, type);
+        return true;
+    }
     kora_log::logWarn("AIM PARSER: failed to update pci function type, funkey=%u, type=%d", key->func_key,
                       (int)type);
     return false;

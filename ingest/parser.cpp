@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "ingest/parse_aim.h"
+#include "ingest/walk_index.h"
 #include "platform/kora_log.h"
 #include "platform/os.h"
 

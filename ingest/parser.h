@@ -3,6 +3,7 @@
 
 #include <stdint.h>
 
+#include <memory>
 #include <set>
 #include <string>
 #include <vector>
@@ -14,6 +15,7 @@
 namespace aim_parser {
 
 class parser;
+struct walk_index;
 
 // Address, keys, identifiers and types of one present PCI function, as every writer
 // receives it. Fields left unresolved keep the values given here.
@@ -131,8 +133,32 @@ public:
 
     // ---- Inventory walk (ingest/walk.cpp) ----
     bool parse_inventories(_vqm_db_handle_t* db, inventories* inv);
+    // The walk over the configs alone (parse_inventories without the after-walk step).
+    bool walk_configs(_vqm_db_handle_t* db, inventories* inv);
     bool parse_configset(_vqm_db_handle_t* db, configset* cs);
     bool parse_config(_vqm_db_handle_t* db, config* cfg);
+
+    // ---- The walk's lookup index (ingest/walk_index.cpp) ----
+    // Reads the index when a walk starts; dropped when the walk's configs are done.
+    void load_walk_index(_vqm_db_handle_t* db);
+    void drop_walk_index();
+    // get_pci_node_slot_key_by_pfa from the index: false when the index cannot answer,
+    // else the lookup's result in `rc`.
+    bool indexed_pci_key(aim_pci_key_unit* key, int* rc) const;
+    void indexed_function_type(uint32_t func_key, uint32_t type);
+    // find_db_record's answer for a "PCIAdapter" address given as the file's four texts, or
+    // for a "PCIPhysicalPortStat" function key: 0 absent, 1 present, -2 when the index
+    // cannot answer. The ..._inserted calls add a row that the walk wrote.
+    long long indexed_adapter(const char* const (&texts)[4]) const;
+    void indexed_adapter_inserted(const aim_pci_key_unit* key);
+    long long indexed_port_stat(uint32_t func_key) const;
+    // The same for a "Firmwares" row by hardware id and the identity texts "Classification",
+    // "SoftwareID", "VersionString", "ReleaseDate" and "Manufacture" (null: not put).
+    long long indexed_firmware(uint32_t hardware_id, const char* const (&texts)[5]) const;
+    void indexed_firmware_inserted(uint32_t hardware_id, const char* const (&texts)[5]);
+    // Rows of "Firmwares" were deleted: the rest of the walk asks the database.
+    void indexed_firmwares_changed();
+    void indexed_port_stat_inserted(uint32_t func_key);
 
     // ---- PCI key resolution (ingest/pci_keys.cpp) ----
     int get_pci_node_slot_key_by_pfa(_vqm_db_handle_t* db, aim_pci_key_unit* key);
@@ -235,6 +261,8 @@ public:
     // function's VPD row; function key 0 means none.
     uint32_t remembered_func_key = 0;
     std::string remembered_product_name;
+    // The walk's lookup index; null outside the walk.
+    std::unique_ptr<walk_index> walk_cache;
 };
 
 }  // namespace aim_parser

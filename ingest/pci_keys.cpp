@@ -3,6 +3,7 @@
 #include <stdio.h>
 
 #include "ingest/parser.h"
+#include "ingest/walk_index.h"
 
 namespace aim_parser {
 
@@ -74,28 +75,11 @@ int parser::get_pci_node_slot_key_by_pfa(_vqm_db_handle_t* db, aim_pci_key_unit*
     static const char* const columns[] = {"NodeIndex",  "SlotNo",         "DevKey",   "FunKey",
                                           "HardwareId", "HardwareTypeId", "Location", "FunType",
                                           "VendorId",   "SubVendorId",    "DeviceId", "SubDeviceId"};
+    int rc = 0;
+    if (indexed_pci_key(key, &rc)) return rc;
     vqm_db_result_t* result = query_first_row_at(db, key, columns, 12);
     if (!result) return -1;
-    aim_pci_key_unit unresolved;
-    key->node_index = (uint16_t)column_or(result, 0, unresolved.node_index);
-    key->slot = (uint16_t)column_or(result, 1, unresolved.slot);
-    key->dev_key = column_or(result, 2, unresolved.dev_key);
-    key->func_key = column_or(result, 3, unresolved.func_key);
-    key->hardware_id = column_or(result, 4, unresolved.hardware_id);
-    uint32_t hw_type = 0;
-    if (vqm_db_result_column_uint(result, 5, &hw_type) == 0) {
-        key->hardware_type_id = (uint8_t)hw_type;
-        key->untyped_hardware = hw_type == 0 ? 1 : 0;
-    } else {
-        key->hardware_type_id = unresolved.hardware_type_id;
-        key->untyped_hardware = 0;
-    }
-    key->location = (uint8_t)column_or(result, 6, unresolved.location);
-    key->function_type = column_or(result, 7, unresolved.function_type);
-    key->vendor_id = (uint16_t)column_or(result, 8, unresolved.vendor_id);
-    key->subsystem_vendor_id = (uint16_t)column_or(result, 9, unresolved.subsystem_vendor_id);
-    key->device_id = (uint16_t)column_or(result, 10, unresolved.device_id);
-    key->subsystem_device_id = (uint16_t)column_or(result, 11, unresolved.subsystem_device_id);
+    read_pci_key_columns(result, 0, key);
     vqm_db_free_result(result);
     return 0;
 }

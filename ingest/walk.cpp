@@ -42,7 +42,15 @@ bool is_non_raid_m2(const char* card_name) {
 
 bool parser::parse_inventories(_vqm_db_handle_t* db, inventories* inv) {
     if (!inv) return false;
+    bool result = walk_configs(db, inv);
+    handle_adapters_after_walk(db);
+    return result;
+}
+
+bool parser::walk_configs(_vqm_db_handle_t* db, inventories* inv) {
+    if (!inv) return false;
     pldm_firmware_list.clear();
+    load_walk_index(db);
     bool result = false;
     std::vector<configset*> sets;
     inv->get_configset_list(sets);
@@ -54,7 +62,7 @@ bool parser::parse_inventories(_vqm_db_handle_t* db, inventories* inv) {
     for (config* cfg : configs) {
         if (cfg) result = parse_config(db, cfg);
     }
-    handle_adapters_after_walk(db);
+    drop_walk_index();
     return result;
 }
 
@@ -132,11 +140,16 @@ bool parser::parse_config(_vqm_db_handle_t* db, config* cfg) {
     // The duplicate check compares the address texts as the file wrote them. A condition
     // that does not fit the buffer is never cut: it counts as a failed lookup, which the
     // check treats like an existing row. The text only ever reaches a single SELECT.
-    char where[256];
-    int len = snprintf(where, sizeof(where), "SegNo=%s AND BusNo=%s AND DeviceNo=%s AND FunctionNo=%s",
-                       cfg->segment.c_str(), cfg->bus.c_str(), cfg->device.c_str(), cfg->function.c_str());
-    long long existing =
-        (len < 0 || (size_t)len >= sizeof(where)) ? -1 : find_db_record(db, "PCIAdapter", where);
+    // Plain numbers are answered from the walk's index, anything else by the database.
+    const char* const texts[4] = {cfg->segment.c_str(), cfg->bus.c_str(), cfg->device.c_str(),
+                                  cfg->function.c_str()};
+    long long existing = indexed_adapter(texts);
+    if (existing == -2) {
+        char where[256];
+        int len = snprintf(where, sizeof(where), "SegNo=%s AND BusNo=%s AND DeviceNo=%s AND FunctionNo=%s",
+                           texts[0], texts[1], texts[2], texts[3]);
+        existing = (len < 0 || (size_t)len >= sizeof(where)) ? -1 : find_db_record(db, "PCIAdapter", where);
+    }
     if (existing != 0) {
         kora_log::logErr("AIM_PARSER:There is a same config in the table already,conif %s", id);
     } else {
@@ -146,6 +159,7 @@ bool parser::parse_config(_vqm_db_handle_t* db, config* cfg) {
                               rc);
             return false;
         }
+        indexed_adapter_inserted(&key);
     }
 
     if (!contains(card_name, "PCH Integrated SATA")) {
@@ -204,6 +218,7 @@ bool parser::parse_config(_vqm_db_handle_t* db, config* cfg) {
         snprintf(hw_where, sizeof(hw_where), "HardwareId=%u AND HardwareTypeId=0", key.hardware_id);
         delete_rows(db, "VPDs", hw_where, "LSI Raid Controller VPD Info");
         delete_rows(db, "Firmwares", hw_where, "LSI Raid Controller Firmware Info");
+        indexed_firmwares_changed();
     }
 
     insert_aim_vpd_info(db, generic, &key);

@@ -6,7 +6,7 @@
 #   arm   also the 32-bit ARM cross compiler and the user-mode emulator (make test-arm)
 set -euo pipefail
 PKGS=(build-essential cmake pkg-config libpugixml-dev libsqlite3-dev nlohmann-json3-dev
-      libgtest-dev libgmock-dev libbenchmark-dev libxml2-utils sqlite3)
+      libgtest-dev libgmock-dev valgrind libxml2-utils sqlite3)
 for group in "$@"; do
   case "$group" in
     arm) PKGS+=(g++-arm-linux-gnueabihf qemu-user) ;;

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "host/sim.h"
+#include "ingest/parser.h"
 #include "tests/afterwalk_support.h"
 
 using awtest::num;
@@ -226,6 +227,38 @@ TEST_F(AfterWalk, OnlyUncoveredTypedFunctionsAreHandled) {
     expect_row("PCIAdapter", "BusNo=80 AND DeviceNo=1", "CardName=Adapter 00:50:01.00");
     expect_log({"INFO AIM-not-supported adapter, Key: 5243136, funcKey: 5243136",
                 "DBG vqmdb_merge_aim_ucm_pfa: merged AIM and UCM PCI addresses (previous rc=0)"});
+}
+
+// With many covered devices the list is, row for row, what the query with one
+// "DevKey <> k" term per covered device returns; a row without DevKey stays out.
+TEST_F(AfterWalk, UncoveredListEqualsOneTermPerCoveredDevice) {
+    for (unsigned d = 0; d < 400; ++d)
+        add_pci_function(1 + d / 32, d % 32, d % 3, 0x8086, 0x1572, 0x8086, 1, 2, 2);
+    add_pci({{"SegNo", "0"},
+             {"BusNo", "99"},
+             {"DeviceNo", "0"},
+             {"FunctionNo", "0"},
+             {"FunType", "2"},
+             {"Location", "0"},
+             {"ClsCode", "0"}});
+    aim_parser::parser p;
+    std::string where = "(";
+    for (unsigned d = 0; d < 400; d += 3) {
+        std::set<uint32_t>& keys = d % 2 ? p.vnic_supported_keys : p.aim_supported_keys;
+        keys.insert(awtest::fun_key(1 + d / 32, d % 32));
+        where += "(DevKey <> " + num(awtest::fun_key(1 + d / 32, d % 32)) + ") AND ";
+    }
+    where +=
+        "(ClsCode!=67586) AND (FunType!=7) AND (Location!=2)) GROUP BY DevKey,VendorId,DeviceId,SegNo,BusNo";
+    std::vector<host::row> expected;
+    ASSERT_EQ(0, host::db_select(db, "SELECT DevKey, FunKey FROM PCIs WHERE " + where, expected));
+    std::vector<aim_parser::aim_pci_key_unit> list;
+    EXPECT_EQ(266, p.get_pci_no_aim_supported_node_slot_list(db, list));
+    ASSERT_EQ(expected.size(), list.size());
+    for (size_t i = 0; i < list.size(); ++i) {
+        EXPECT_EQ(expected[i]["DevKey"], num(list[i].dev_key)) << i;
+        EXPECT_EQ(expected[i]["FunKey"], num(list[i].func_key)) << i;
+    }
 }
 
 }  // namespace

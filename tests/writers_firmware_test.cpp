@@ -149,6 +149,12 @@ TEST_F(Firmware, PldmTableDeleteUpdateInsert) {
     EXPECT_EQ("PCIFuncKey=" + fun1 + "; VersionString=2.0", pick(after[1], "PCIFuncKey; VersionString"));
     EXPECT_TRUE(logged(host::log_level::info, "AIM PARSER: slot = 2, func_key = " + fun1 + ", EID = 0x09"));
 
+    // The same file again leaves the rows as they are; a new version is written.
+    ASSERT_EQ(0, run(firmware("1.0", "13"), firmware("2.0", "13")));
+    EXPECT_EQ(expected, pick(rows("PldmDeviceFirmware")[0], expected));
+    ASSERT_EQ(0, run(firmware("1.1", "13"), firmware("2.0", "13")));
+    EXPECT_EQ((texts{"1.1", "2.0"}), pldm("VersionString"));
+
     ASSERT_EQ(0, run_xml(aim_doc(aim_config("absent", "0x77", "0", "0", text("Card Name", "x")))));
     EXPECT_EQ(0u, count("PldmDeviceFirmware"));
 }

@@ -140,9 +140,15 @@ int parser::parse_physical_port_stat(_vqm_db_handle_t* db, group* grp, aim_pci_k
     const setting_node* index = grp->get_setting_node(port_index_label);
     if (index) vqm_db_content_put_uint(cv, "Idx", static_cast<uint32_t>(index->get_int64(0)));
 
-    std::string where = "PCIFuncKey=" + std::to_string(key->func_key);
-    if (find_db_record(db, "PCIPhysicalPortStat", where.c_str()) != 0 || !index) return 0;
-    return insert_row(db, "PCIPhysicalPortStat", cv, "Physical Port Stat Information") == 0 ? 1 : 0;
+    long long existing = indexed_port_stat(key->func_key);
+    if (existing == -2) {
+        std::string where = "PCIFuncKey=" + std::to_string(key->func_key);
+        existing = find_db_record(db, "PCIPhysicalPortStat", where.c_str());
+    }
+    if (existing != 0 || !index) return 0;
+    if (insert_row(db, "PCIPhysicalPortStat", cv, "Physical Port Stat Information") != 0) return 0;
+    indexed_port_stat_inserted(key->func_key);
+    return 1;
 }
 
 int parser::parse_logical_port(_vqm_db_handle_t* db, group* grp, aim_pci_key_unit* key,
