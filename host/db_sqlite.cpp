@@ -573,6 +573,84 @@ int run(_vqm_db_handle_t* h, const std::string& key, bool insert, const vqm_db_c
     return 0;
 }
 
+bool blank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
+
+size_t skip_blanks(const std::string& s, size_t i) {
+    while (i < s.size() && blank(s[i])) ++i;
+    return i;
+}
+
+// Matches one lifted term "(Col <> ?) AND " at `i` (blanks allowed between its tokens). On a
+// match sets the column's position and length and returns the position after the term; 0
+// otherwise.
+size_t not_equal_term(const std::string& s, size_t i, size_t& col, size_t& col_len) {
+    if (i >= s.size() || s[i] != '(') return 0;
+    i = skip_blanks(s, i + 1);
+    col = i;
+    while (i < s.size() && ident_char(s[i])) ++i;
+    col_len = i - col;
+    if (col_len == 0 || digit(s[col])) return 0;
+    i = skip_blanks(s, i);
+    if (s.compare(i, 2, "<>") != 0) return 0;
+    i = skip_blanks(s, i + 2);
+    if (i >= s.size() || s[i] != '?') return 0;
+    i = skip_blanks(s, i + 1);
+    if (i >= s.size() || s[i] != ')') return 0;
+    size_t and_at = skip_blanks(s, i + 1);
+    if (and_at == i + 1 || s.compare(and_at, 3, "AND") != 0) return 0;
+    size_t end = skip_blanks(s, and_at + 3);
+    return end == and_at + 3 ? 0 : end;
+}
+
+// True when a term at `i` is a whole operand of the AND chain it starts: it stands first in
+// the condition, right after an opening parenthesis or right after "AND" (after NOT or a
+// comparison it would be an operand of those instead).
+bool starts_conjunct(const std::string& s, size_t from, size_t i) {
+    size_t j = i;
+    while (j > from && blank(s[j - 1])) --j;
+    if (j == from || s[j - 1] == '(') return true;
+    return j >= from + 4 && !ident_char(s[j - 4]) && s.compare(j - 3, 3, "AND") == 0 && j < i;
+}
+
+// The library leaves out a set of keys with a run of "(Col <> k) AND " terms, one per key
+// (the functions that the AIM file covered, for instance). SQLite would test every row
+// against every term, which grows with the square of the keys, and refuses expressions
+// deeper than 1000 terms; so a run of two or more such terms on one column becomes one
+// "(Col NOT IN (?,...)) AND " test, which SQLite answers from a sorted list. The parameters
+// keep their order, and a NULL column or a NULL key leaves a row out as the terms did.
+void collapse_not_equal_runs(std::string& sql, size_t from) {
+    std::string out;
+    size_t i = from;
+    size_t copied = 0;
+    while (i < sql.size()) {
+        size_t col = 0, col_len = 0;
+        size_t next = starts_conjunct(sql, from, i) ? not_equal_term(sql, i, col, col_len) : 0;
+        size_t run = 0;
+        size_t end = i;
+        while (next != 0) {
+            ++run;
+            end = next;
+            size_t c2 = 0, l2 = 0;
+            next = not_equal_term(sql, end, c2, l2);
+            if (next != 0 && sql.compare(c2, l2, sql, col, col_len) != 0) next = 0;
+        }
+        if (run < 2) {
+            ++i;
+            continue;
+        }
+        out.append(sql, copied, i - copied);
+        out += '(';
+        out.append(sql, col, col_len);
+        out += " NOT IN (?";
+        for (size_t k = 1; k < run; ++k) out += ",?";
+        out += ")) AND ";
+        copied = i = end;
+    }
+    if (copied == 0) return;
+    out.append(sql, copied, std::string::npos);
+    sql.swap(out);
+}
+
 // Lifts a condition text, appending " WHERE ..." to `sql`. A null condition adds nothing.
 bool add_condition(std::string& sql, const char* where, std::vector<value>& binds,
                    const vqm_db_param_t* params, int param_count) {
@@ -580,7 +658,10 @@ bool add_condition(std::string& sql, const char* where, std::vector<value>& bind
     size_t len = strlen(where);
     if (strspn(where, " \t\r\n") == len) return false;  // an empty condition is a mistake, not "every row"
     sql += " WHERE ";
-    return lift_literals(where, len, sql, binds, params, param_count);
+    size_t from = sql.size();
+    if (!lift_literals(where, len, sql, binds, params, param_count)) return false;
+    collapse_not_equal_runs(sql, from);
+    return true;
 }
 
 void configure(_vqm_db_handle_t* h, bool file) {

@@ -141,19 +141,6 @@ void gather_amd(parser& p, _vqm_db_handle_t* db, aim_pci_key_unit& key, gpu_stat
     }
 }
 
-// True when column `column` (a DevKey) of the current row names a covered device of
-// `p`, or is NULL (which no "DevKey <> k" term lets through).
-bool is_covered_device_of(const parser& p, vqm_db_result_t* result, int column) {
-    int64_t key = 0;
-    if (vqm_db_result_column_int64(result, column, &key) != 0) {
-        char text[2];
-        return vqm_db_result_column_text(result, column, text, sizeof text) != 0;
-    }
-    if (key < 0 || key > static_cast<int64_t>(UINT32_MAX)) return false;
-    uint32_t k = static_cast<uint32_t>(key);
-    return p.aim_supported_keys.count(k) != 0 || p.vnic_supported_keys.count(k) != 0;
-}
-
 // A gathered id, or the function's own where the sources left it 0.
 unsigned id_or(uint32_t gathered, uint16_t own) { return gathered != 0 ? gathered : own; }
 
@@ -444,16 +431,27 @@ void parser::handle_adapters_after_walk(_vqm_db_handle_t* db) {
 // stands for it is the database's choice (the first one, for the controller's database);
 // the per-function steps then collect all of the device's function keys.
 //
-// The covered devices are left out here rather than in the condition: one "DevKey <> k"
-// term per covered device made the query grow with the square of the file. A group holds
-// the rows of one device key, so dropping whole groups after the grouping yields the rows
-// the longer condition did, in the same order. As in that condition, a row whose DevKey is
-// NULL is left out as soon as any device is covered.
+// The condition carries one "(DevKey <> k) AND " term per covered device. It is built in
+// one pass into a buffer sized up front, so building it is linear in the covered devices;
+// the database client evaluates such a run of terms on one column as one set test, so the
+// query does not grow with the square of the file.
 int parser::get_pci_no_aim_supported_node_slot_list(_vqm_db_handle_t* db,
                                                     std::vector<aim_pci_key_unit>& list) {
-    const char* const where =
-        "((ClsCode!=67586) AND (FunType!=7) AND (Location!=2)) GROUP BY DevKey,VendorId,DeviceId,SegNo,BusNo";
-    const bool any_covered = !aim_supported_keys.empty() || !vnic_supported_keys.empty();
+    static const char devkey_term[] = "(DevKey <> 4294967295) AND ";
+    static const char fixed_terms[] =
+        "(ClsCode!=67586) AND (FunType!=7) AND (Location!=2)) GROUP BY DevKey,VendorId,DeviceId,SegNo,BusNo";
+    std::string where;
+    where.reserve(1 + (aim_supported_keys.size() + vnic_supported_keys.size()) * (sizeof devkey_term - 1) +
+                  sizeof fixed_terms);
+    where += '(';
+    for (const std::set<uint32_t>* keys : {&aim_supported_keys, &vnic_supported_keys}) {
+        for (uint32_t k : *keys) {
+            char term[sizeof devkey_term];
+            snprintf(term, sizeof term, "(DevKey <> %u) AND ", k);
+            where += term;
+        }
+    }
+    where += fixed_terms;
 
     static const char* const cols[] = {"SegNo",      "BusNo",          "DeviceNo",    "FunctionNo",
                                        "NodeIndex",  "SlotNo",         "DevKey",      "FunKey",
@@ -461,14 +459,13 @@ int parser::get_pci_no_aim_supported_node_slot_list(_vqm_db_handle_t* db,
                                        "DeviceId",   "SubVendorId",    "SubDeviceId", "FunType"};
     const int ncols = static_cast<int>(sizeof cols / sizeof cols[0]);
     vqm_db_result_t* result = nullptr;
-    int rc = vqm_db_query(db, "PCIs", cols, ncols, where, nullptr, nullptr, nullptr, &result);
+    int rc = vqm_db_query(db, "PCIs", cols, ncols, where.c_str(), nullptr, nullptr, nullptr, &result);
     if (rc != 0 || !result) {
         if (result) vqm_db_free_result(result);
         if (rc != 0) kora_log::logWarn("AIM PARSER: failed to query AIM-not-supported adapters, rc=%d", rc);
         return rc != 0 ? -1 : 0;
     }
     while (vqm_db_result_step(result) == VQM_DB_ROW) {
-        if (any_covered && is_covered_device_of(*this, result, 6)) continue;
         uint32_t v[ncols];
         bool ok[ncols];
         for (int c = 0; c < ncols; ++c) {

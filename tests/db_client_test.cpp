@@ -116,6 +116,10 @@ TEST_F(DbClient, ConditionsUseTheControllerLiteralDialect) {
         {"SerialNo=13 AND HardwareId=0x7", 1},
         {"HardwareId=0x10de AND Model like \"%1\"", 1},
         {"(HardwareId <> 1) GROUP BY HardwareId > 8", 2},
+        // A run of "<>" terms on one column is one set test; NULLs stay out, NOT keeps its term.
+        {"(HardwareId <> 7) AND (HardwareId <> 9) AND (Model <> \"\")", 1},
+        {"(SerialNo <> 14) AND ( SerialNo<>15 )  AND 1", 1},
+        {"NOT (HardwareId <> 7) AND (HardwareId <> 9) AND (HardwareId <> 4318) AND HardwareId > 0", 1},
     };
     for (const auto& c : cases) EXPECT_EQ(c.second, selected("VPDs", c.first)) << c.first;
 }
