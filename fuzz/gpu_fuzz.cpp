@@ -36,7 +36,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (faults & 1) f["fail_first"] = in.ConsumeIntegralInRange<unsigned>(0, 8);
     if (faults & 2) f["fail_count"] = in.ConsumeIntegral<uint8_t>();
     if (faults & 4) f["repeat_selectors"] = {in.ConsumeIntegralInRange<unsigned>(2, 5)};
-    if (faults & 8) f["fail_chunks"] = {{in.ConsumeIntegralInRange<unsigned>(2, 5), in.ConsumeIntegral<uint8_t>()}};
+    if (faults & 8)
+        f["fail_chunks"] = {{in.ConsumeIntegralInRange<unsigned>(2, 5), in.ConsumeIntegral<uint8_t>()}};
     if (faults & 16) f["fail_selectors"] = {in.ConsumeIntegralInRange<unsigned>(2, 5)};
     if (!f.empty()) gpu["faults"] = f;
     nlohmann::json machine = {{"nvidia_gpus", {{"gpu0", gpu}}}};

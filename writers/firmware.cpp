@@ -91,7 +91,10 @@ bool match_table_rows(_vqm_db_handle_t* db, std::vector<PLDMFirmwareInfo>& list,
                 break;
             }
         }
-        if (match) {
+        // A second row for a record that already has one is deleted as a stale row: a run
+        // whose query here failed inserts every record again, and without this the copies
+        // would stay in the table for good (every later run matches both to the record).
+        if (match && match->in_table != 1) {
             match->in_table = 1;
         } else {
             ids += (ids.empty() ? "" : ",") + std::to_string(v[6]);
