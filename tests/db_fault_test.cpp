@@ -216,6 +216,17 @@ TEST_P(DbFaults, ProcessKilledMidRunLeavesNothingStale) {
     }
 }
 
+TEST_P(DbFaults, EveryCallOfOneKindFailing) {
+    // Every insert: the run succeeds, logs, and writes no adapter row.
+    EXPECT_EQ(0, run({0, "insert", false}));
+    EXPECT_EQ(0u, count("PCIAdapter"));
+    EXPECT_GT(logged_prefix(host::log_level::warn, "AIM PARSER: failed to insert"), 0u) << log_text();
+    // Every delete: the wipe stops at its first table.
+    EXPECT_EQ(-1, run({0, "delete", false}));
+    EXPECT_TRUE(logged(host::log_level::err, wipe_messages.at("PCIAdapter"))) << log_text();
+    expect_clean_rerun("after every delete failed");
+}
+
 INSTANTIATE_TEST_SUITE_P(Examples, DbFaults, ::testing::Values("server-2u", "ubb-8gpu"));
 
 }  // namespace
