@@ -73,6 +73,11 @@ void load_machine(const std::string& dir, bool pcis) {
 
 int run_aim(const std::string& xml) {
     const char* path = "/pstorage/cmr/aim.xml";
+    // Without its sysroot every run would only fail to read the file: stop loudly instead.
+    if (!fs::is_directory(the_state().sysroot.dir() + "/pstorage/cmr")) {
+        fprintf(stderr, "fuzz: the sysroot %s was removed\n", the_state().sysroot.dir().c_str());
+        abort();
+    }
     write_file(host::map_path(path), reinterpret_cast<const uint8_t*>(xml.data()), xml.size());
     int rc = parse_aim(controller(), path);
     drop_log();

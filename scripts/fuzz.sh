@@ -6,12 +6,15 @@
 #
 # usage: scripts/fuzz.sh BUILD SECONDS [TARGET...]   (default: every target)
 set -euo pipefail
-build=$1 seconds=$2
+build=$(cd "$1" && pwd) seconds=$2
 shift 2
 targets=("$@")
 [ ${#targets[@]} -gt 0 ] || targets=(reader parse_aim fru vnic vpd gpu)
 src=$(cd "$(dirname "$0")/.." && pwd)
 export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1} UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1}
+# The targets' private sysroots live in the build tree, away from cleaners of /tmp.
+export TMPDIR=$build/fuzz-tmp
+mkdir -p "$TMPDIR"
 status=0
 for t in "${targets[@]}"; do
     bin=$build/bin/fuzz_$t corpus=$build/fuzz-corpus/$t crashes=$build/fuzz-crashes/$t
