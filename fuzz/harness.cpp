@@ -40,7 +40,10 @@ state& the_state() {
 
 }  // namespace
 
-void quiet() { host::log_capture_begin(); }
+void quiet() {
+    host::set_log_level(host::log_level::err);  // only errors are printed
+    host::log_capture_begin();
+}
 
 void drop_log() {
     host::log_capture_end();

@@ -11,7 +11,7 @@
 
 namespace fuzz {
 
-// Keeps log messages in memory instead of printing them; drop_log() forgets them.
+// Keeps log messages in memory and prints only errors; drop_log() forgets them.
 void quiet();
 void drop_log();
 // The database of the private controller (created, with its sysroot, on first use).
