@@ -4,6 +4,9 @@
 BUILD ?= build
 ARM_BUILD ?= build-arm
 ASAN_BUILD ?= build-asan
+FUZZ_BUILD ?= build-fuzz
+FUZZ_SECONDS ?= 30
+FUZZ_TARGETS ?=
 JOBS ?= $(shell nproc)
 CMAKE_FLAGS ?=
 
@@ -12,7 +15,7 @@ SANITIZER_ENV = ASAN_OPTIONS=detect_leaks=1:abort_on_error=0:exitcode=86 \
 	UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1:exitcode=86 LSAN_OPTIONS=exitcode=23
 
 .PHONY: all deps deps-arm build demo test bench test-arm build-arm test-sanitize build-asan leak-check \
-	update-symbols clean
+	deps-fuzz build-fuzz fuzz update-symbols clean
 
 all: build
 
@@ -65,10 +68,22 @@ test-sanitize: build-asan
 leak-check: build-asan
 	$(SANITIZER_ENV) scripts/leak-check.sh $(ASAN_BUILD)
 
+# libFuzzer targets (clang, instrumented with ASan/UBSan): each runs its kept crash inputs, then
+# FUZZ_SECONDS from its seed corpus (scripts/fuzz.sh; FUZZ_TARGETS picks some).
+deps-fuzz:
+	@scripts/install-deps.sh fuzz
+
+build-fuzz: deps deps-fuzz
+	cmake -S . -B $(FUZZ_BUILD) -DCMAKE_CXX_COMPILER=clang++-14 -DAIM_FUZZ=ON -DAIM_BUILD_TESTS=OFF $(CMAKE_FLAGS)
+	cmake --build $(FUZZ_BUILD) -j $(JOBS) --target fuzz_targets
+
+fuzz: build-fuzz
+	scripts/fuzz.sh $(FUZZ_BUILD) $(FUZZ_SECONDS) $(FUZZ_TARGETS)
+
 # Rewrites symbols/libvqmdb_aim_parser.symbols from the library just built.
 update-symbols: build
 	scripts/check-symbols.sh --update $(BUILD)/lib/libvqmdb_aim_parser.so symbols/libvqmdb_aim_parser.symbols
 	@git diff --stat -- symbols/ 2>/dev/null || true
 
 clean:
-	rm -rf $(BUILD) $(BUILD)-bench $(ARM_BUILD) $(ASAN_BUILD)
+	rm -rf $(BUILD) $(BUILD)-bench $(ARM_BUILD) $(ASAN_BUILD) $(FUZZ_BUILD)

@@ -3,6 +3,7 @@
 
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/vqm_db.h"
@@ -35,5 +36,18 @@ int db_commit(_vqm_db_handle_t* db);
 // for tests of failure paths. `op` is "insert", "update", "delete" (raw writes included),
 // "query", or "" for every write. Each call adds a rule; an empty `table` removes them all.
 void db_fail_writes(_vqm_db_handle_t* db, const std::string& table, const std::string& op = std::string());
+
+// Failure injection over every handle, counted in client calls (insert, update, delete,
+// query, raw query) since the last db_set_fault. The environment sets the first one:
+// AIM_DB_FAIL_CALL=N, AIM_DB_FAIL_OP=kind, AIM_DB_FAIL_DIE=1.
+struct db_fault {
+    unsigned long call = 0;  // this call (1: the first) fails with a non-zero code; 0: none
+    std::string op;          // every call of this kind fails: "insert", "update", "delete", "query"
+    bool die = false;        // at `call` the process ends at once instead, as if killed
+};
+void db_set_fault(const db_fault& fault);
+// The kind of each client call since the last db_set_fault and the table it named (a raw
+// query's kind is that of its statement, prefixed with "raw "); at most the first million.
+const std::vector<std::pair<std::string, std::string>>& db_calls();
 
 }  // namespace host

@@ -43,6 +43,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <strings.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <memory>
@@ -115,6 +116,41 @@ struct vqm_db_result {
 };
 
 namespace {
+
+// Process-wide failure injection (host::db_set_fault), checked at the entry of every client
+// call after its arguments were accepted.
+struct fault_state {
+    host::db_fault fault;
+    unsigned long count = 0;
+    std::vector<std::pair<std::string, std::string>> calls;  // the first kMaxCalls of them
+    static const size_t kMaxCalls = 1u << 20;
+    fault_state() {
+        const char* call = getenv("AIM_DB_FAIL_CALL");
+        const char* op = getenv("AIM_DB_FAIL_OP");
+        const char* die = getenv("AIM_DB_FAIL_DIE");
+        fault.call = call ? strtoul(call, nullptr, 10) : 0;
+        fault.op = op ? op : "";
+        fault.die = die && strcmp(die, "1") == 0;
+    }
+};
+
+fault_state& faults() {
+    static fault_state s;
+    return s;
+}
+
+// Non-zero when this call is to fail. `kind` is the call's own ("raw" for a raw query), `op`
+// the kind of its statement.
+int fault_hook(const char* kind, const char* op, const char* table) {
+    fault_state& f = faults();
+    if (f.calls.size() < fault_state::kMaxCalls)
+        f.calls.emplace_back(strcmp(kind, "raw") == 0 ? std::string("raw ") + op : std::string(op), table);
+    if (f.fault.call == ++f.count) {
+        if (f.fault.die) _exit(137);
+        return kInjected;
+    }
+    return f.fault.op == op ? kInjected : 0;
+}
 
 // A prepared statement of the cache, with its column names (shared with the results).
 struct statement {
@@ -834,6 +870,7 @@ int vqm_db_content_put_uchar(vqm_db_content_values_t* cv, const char* column, ui
 
 int vqm_db_insert(_vqm_db_handle_t* h, const char* table, vqm_db_content_values_t* cv, int, int) {
     if (!h || !table || !*table || !cv) return kRefused;
+    if (int rc = fault_hook("insert", "insert", table)) return rc;
     make_insert_key(h->sql, table, cv);
     h->binds.clear();
     return run(h, h->sql, true, cv, h->binds, nullptr, "insert", table);
@@ -842,6 +879,7 @@ int vqm_db_insert(_vqm_db_handle_t* h, const char* table, vqm_db_content_values_
 int vqm_db_update(_vqm_db_handle_t* h, const char* table, vqm_db_content_values_t* cv, const char* where,
                   const vqm_db_param_t* params, int param_count, int) {
     if (!h || !table || !*table || !cv || cv->count == 0 || param_count < 0) return kRefused;
+    if (int rc = fault_hook("update", "update", table)) return rc;
     std::string& sql = h->sql;
     sql.assign("UPDATE ");
     append_identifier(sql, table);
@@ -858,6 +896,7 @@ int vqm_db_update(_vqm_db_handle_t* h, const char* table, vqm_db_content_values_
 
 int vqm_db_delete(_vqm_db_handle_t* h, const char* table, const char* where, int, int, int) {
     if (!h || !table || !*table) return kRefused;
+    if (int rc = fault_hook("delete", "delete", table)) return rc;
     std::string& sql = h->sql;
     sql.assign("DELETE FROM ");
     append_identifier(sql, table);
@@ -870,6 +909,7 @@ int vqm_db_query(_vqm_db_handle_t* h, const char* table, const char* const* colu
                  const char* where, void*, void*, void*, vqm_db_result_t** result) {
     if (result) *result = nullptr;
     if (!h || !table || !*table || !result) return kRefused;
+    if (int rc = fault_hook("query", "query", table)) return rc;
     std::string& sql = h->sql;
     sql.assign("SELECT ");
     if (!columns || column_count <= 0) {
@@ -901,6 +941,7 @@ int vqm_db_raw_query(_vqm_db_handle_t* h, const char* sql, int size, vqm_db_resu
     if (blank == len || !lift_literals(sql, len, lifted, h->binds, nullptr, 0)) return kRefused;
     std::string op, table;
     raw_target(sql, len, op, table);
+    if (int rc = fault_hook("raw", op.c_str(), table.c_str())) return rc;
     return run(h, lifted, false, nullptr, h->binds, result, op.c_str(), table.c_str());
 }
 
@@ -1040,6 +1081,14 @@ int db_exec_script(_vqm_db_handle_t* db, const std::string& sql, std::string* er
 }
 
 int db_commit(_vqm_db_handle_t* db) { return db ? commit(db) : kRefused; }
+
+void db_set_fault(const db_fault& fault) {
+    faults().fault = fault;
+    faults().count = 0;
+    faults().calls.clear();
+}
+
+const std::vector<std::pair<std::string, std::string>>& db_calls() { return faults().calls; }
 
 void db_fail_writes(_vqm_db_handle_t* db, const std::string& table, const std::string& op) {
     if (!db) return;

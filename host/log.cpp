@@ -25,7 +25,8 @@ log_level threshold() {
     return g_level;
 }
 
-void emit(log_level level, const char* fmt, va_list ap) {
+// A vprintf-style function: its callers hand on their own checked format.
+__attribute__((format(printf, 2, 0))) void emit(log_level level, const char* fmt, va_list ap) {
     bool print = level >= threshold();
     if (!print && !g_capturing) return;
     char small[512];

@@ -4,13 +4,15 @@
 #
 # usage: scripts/install-deps.sh [arm]
 #   arm   also the 32-bit ARM cross compiler and the user-mode emulator (make test-arm)
+#   fuzz  also clang and libFuzzer's runtime (make fuzz)
 set -euo pipefail
 PKGS=(build-essential cmake pkg-config libpugixml-dev libsqlite3-dev nlohmann-json3-dev
       libgtest-dev libgmock-dev valgrind libxml2-utils sqlite3)
 for group in "$@"; do
   case "$group" in
     arm) PKGS+=(g++-arm-linux-gnueabihf qemu-user) ;;
-    *) echo "install-deps: unknown group '$group' (known: arm)" >&2; exit 2 ;;
+    fuzz) PKGS+=(clang-14 libclang-rt-14-dev) ;;
+    *) echo "install-deps: unknown group '$group' (known: arm, fuzz)" >&2; exit 2 ;;
   esac
 done
 missing=()

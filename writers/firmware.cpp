@@ -118,8 +118,11 @@ bool match_table_rows(_vqm_db_handle_t* db, std::vector<PLDMFirmwareInfo>& list,
         for (int c = 0; c < pldm_match_columns; ++c) {
             if (vqm_db_result_column_uint(result, c, &v[c]) != 0) v[c] = 0;
         }
+        // A second row for a record that already has one is deleted as a stale row: a run
+        // whose query here failed inserts every record again, and without this the copies
+        // would stay in the table for good (every later run matches both to the record).
         auto match = first_record.find({v[0], v[1], v[2], v[3], v[4], v[5]});
-        if (match == first_record.end()) {
+        if (match == first_record.end() || match->second->in_table == 1) {
             ids += (ids.empty() ? "" : ",") + std::to_string(v[6]);
             continue;
         }
