@@ -47,7 +47,8 @@ struct db_fault {
 };
 void db_set_fault(const db_fault& fault);
 // The kind of each client call since the last db_set_fault and the table it named (a raw
-// query's kind is that of its statement, prefixed with "raw "); at most the first million.
+// query's kind is that of its statement, prefixed with "raw "); at most the first million,
+// and none before the first db_set_fault of the process.
 const std::vector<std::pair<std::string, std::string>>& db_calls();
 
 }  // namespace host

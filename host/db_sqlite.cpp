@@ -122,7 +122,10 @@ namespace {
 struct fault_state {
     host::db_fault fault;
     unsigned long count = 0;
-    std::vector<std::pair<std::string, std::string>> calls;  // the first kMaxCalls of them
+    // The first kMaxCalls calls since db_set_fault; nothing is recorded before a test asks,
+    // so that ordinary runs pay no allocation per call.
+    bool recording = false;
+    std::vector<std::pair<std::string, std::string>> calls;
     static const size_t kMaxCalls = 1u << 20;
     fault_state() {
         const char* call = getenv("AIM_DB_FAIL_CALL");
@@ -143,7 +146,7 @@ fault_state& faults() {
 // the kind of its statement.
 int fault_hook(const char* kind, const char* op, const char* table) {
     fault_state& f = faults();
-    if (f.calls.size() < fault_state::kMaxCalls)
+    if (f.recording && f.calls.size() < fault_state::kMaxCalls)
         f.calls.emplace_back(strcmp(kind, "raw") == 0 ? std::string("raw ") + op : std::string(op), table);
     if (f.fault.call == ++f.count) {
         if (f.fault.die) _exit(137);
@@ -1086,6 +1089,7 @@ void db_set_fault(const db_fault& fault) {
     faults().fault = fault;
     faults().count = 0;
     faults().calls.clear();
+    faults().recording = true;
 }
 
 const std::vector<std::pair<std::string, std::string>>& db_calls() { return faults().calls; }

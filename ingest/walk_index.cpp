@@ -3,6 +3,8 @@
 
 #include <string.h>
 
+#include "platform/kora_log.h"
+
 namespace aim_parser {
 
 namespace {
@@ -32,12 +34,15 @@ bool read_address(vqm_db_result_t* result, int64_t (&a)[4]) {
     return true;
 }
 
-// Runs a query over every row of `table`; null when it fails.
+// Runs a query over every row of `table`; null when it fails. A failure is logged: the
+// walk then looks that table's rows up config by config, with the same rows as result.
 vqm_db_result_t* query_all(_vqm_db_handle_t* db, const char* table, const char* const* columns, int count) {
     vqm_db_result_t* result = nullptr;
-    if (vqm_db_query(db, table, columns, count, nullptr, nullptr, nullptr, nullptr, &result) == 0 && result)
-        return result;
+    int rc = vqm_db_query(db, table, columns, count, nullptr, nullptr, nullptr, nullptr, &result);
+    if (rc == 0 && result) return result;
     if (result) vqm_db_free_result(result);
+    kora_log::logWarn("AIM PARSER: failed to read %s before the walk, rc=%d; looking it up per config", table,
+                      rc);
     return nullptr;
 }
 
