@@ -221,6 +221,11 @@ void parser::get_gpu_info_ipmiprop_v2(gpu_info& info, unsigned short index, cons
 }
 
 bool parser::read_gpu_info_from_db(_vqm_db_handle_t* db, aim_pci_key_unit* key, gpu_info& info) {
+    return read_gpu_info_from_db(db, key, info, nullptr);
+}
+
+bool parser::read_gpu_info_from_db(_vqm_db_handle_t* db, aim_pci_key_unit* key, gpu_info& info,
+                                   bool* maybe_stored) {
     char where[64];
     snprintf(where, sizeof where, "HardwareId=%u", key->func_key);
     static const char* const fw_cols[] = {"VersionString", "ReleaseDate"};
@@ -232,6 +237,10 @@ bool parser::read_gpu_info_from_db(_vqm_db_handle_t* db, aim_pci_key_unit* key, 
     bool found = rc_fw == 0 && rc_vpd == 0 && fw && vpd && vqm_db_result_row_count(fw) > 0 &&
                  vqm_db_result_row_count(vpd) > 0 && vqm_db_result_step(fw) == VQM_DB_ROW &&
                  vqm_db_result_step(vpd) == VQM_DB_ROW;
+    if (maybe_stored) {
+        *maybe_stored = found || rc_fw != 0 || rc_vpd != 0 || (fw && vqm_db_result_row_count(fw) > 0) ||
+                        (vpd && vqm_db_result_row_count(vpd) > 0);
+    }
     if (found) {
         char version[33] = {0}, date[17] = {0}, serial[17] = {0}, part[17] = {0}, fru[17] = {0},
              model[33] = {0}, uuid[65] = {0};

@@ -58,6 +58,9 @@ struct gpu_state {
     gpu_info live;    // from the sources asked in this run
     gpu_info stored;  // the copy kept in the database by an earlier run
     bool found_in_db = false;
+    // Rows of an NVIDIA GPU may be kept from an earlier run although they could not be read
+    // back: they are replaced rather than repeated.
+    bool maybe_stored = false;
     bool ubb = false;     // managed over PLDM on a universal baseboard
     bool kelpie = false;  // of the second firmware family
 };
@@ -101,7 +104,7 @@ void fill_from_stored(gpu_info& live, const gpu_info& stored) {
 void gather_nvidia(parser& p, _vqm_db_handle_t* db, aim_pci_key_unit& key, gpu_state& g) {
     g.ubb = is_ubb_nvidia_subdevice(key.subsystem_device_id);
     g.kelpie = is_kelpie_fw(key.subsystem_device_id);
-    g.found_in_db = p.read_gpu_info_from_db(db, &key, g.stored);
+    g.found_in_db = p.read_gpu_info_from_db(db, &key, g.stored, &g.maybe_stored);
     g.live.manufacturer = "NVIDIA";
     kora_log::logInfo("!!!!! slot %d, func_type %d - NVidia GPU, found_gpu_info %d, ubb_gpu %d, is_kelpie %d",
                       key.slot, key.function_type, g.found_in_db, g.ubb, g.kelpie);
@@ -146,11 +149,22 @@ unsigned id_or(uint32_t gathered, uint16_t own) { return gathered != 0 ? gathere
 
 // Inserts the row, or, for a GPU an earlier run stored, updates it by its hardware id.
 // The message of a failed update names the condition.
-int write_by_hardware_id(_vqm_db_handle_t* db, vqm_db_content_values_t* cv, const char* table, bool update,
-                         uint32_t hardware_id, std::string& where) {
-    if (!update) return vqm_db_insert(db, table, cv, 0, 0);
+int write_by_hardware_id(_vqm_db_handle_t* db, vqm_db_content_values_t* cv, const char* table,
+                         const gpu_state& g, uint32_t hardware_id, std::string& where) {
     char cond[48];
     snprintf(cond, sizeof cond, "HardwareId = %u", hardware_id);
+    if (!g.found_in_db) {
+        // Kept rows that could not be read back would stay beside the new one for good (the
+        // wipe keeps the rows of a present NVIDIA GPU): they go first.
+        if (g.maybe_stored) {
+            int rc = vqm_db_delete(db, table, cond, 0, 0, 0);
+            if (rc != 0) {
+                kora_log::logWarn("AIM PARSER: failed to delete unreadable GPU rows from %s where %s, rc=%d",
+                                  table, cond, rc);
+            }
+        }
+        return vqm_db_insert(db, table, cv, 0, 0);
+    }
     where = cond;
     return vqm_db_update(db, table, cv, cond, nullptr, 0, 0);
 }
@@ -238,7 +252,7 @@ void write_gpu_rows(parser& p, _vqm_db_handle_t* db, const aim_pci_key_unit& key
         kora_log::logWarn("AIM PARSER: !!!!!did not find GPU info fill with gpu_inf data, manuf: %s",
                           info.manufacturer.c_str());
     }
-    int rc = write_by_hardware_id(db, cv, "VPDs", g.found_in_db, hardware_id, where);
+    int rc = write_by_hardware_id(db, cv, "VPDs", g, hardware_id, where);
     if (rc != 0) {
         if (g.found_in_db) {
             kora_log::logWarn(
@@ -317,7 +331,7 @@ void write_gpu_rows(parser& p, _vqm_db_handle_t* db, const aim_pci_key_unit& key
     vqm_db_content_put_text(cv, "SoftwareID", swid);
     vqm_db_content_put_uint(cv, "HardwareId", hardware_id);
     vqm_db_content_put_uint(cv, "HardwareTypeId", type_id);
-    rc = write_by_hardware_id(db, cv, "Firmwares", g.found_in_db, hardware_id, where);
+    rc = write_by_hardware_id(db, cv, "Firmwares", g, hardware_id, where);
     if (rc != 0) {
         if (g.found_in_db) {
             kora_log::logWarn("AIM PARSER: failed to update AIM-not-supported Firmware Information, rc=%d",
