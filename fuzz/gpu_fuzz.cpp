@@ -17,6 +17,7 @@ std::string g_dir;
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     fuzz::controller();
     g_dir = fuzz::machine_copy("pcie-gpu");
+    fuzz::load_machine(g_dir);  // its files into the sysroot, once
     return 0;
 }
 
@@ -42,17 +43,20 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (faults & 16) f["fail_selectors"] = {in.ConsumeIntegralInRange<unsigned>(2, 5)};
     if (!f.empty()) gpu["faults"] = f;
     nlohmann::json machine = {{"nvidia_gpus", {{"gpu0", gpu}}}};
-    // Bytes that are not UTF-8 become U+FFFD, which still gives the reader non-ASCII bytes.
-    std::string json = machine.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
-    fuzz::write_file(g_dir + "/machine.json", reinterpret_cast<const uint8_t*>(json.data()), json.size());
     try {
-        fuzz::load_machine(g_dir);
+        host::load_machine(g_dir, machine);
     } catch (const host::machine_error&) {
+        host::reset_machine();
+        fuzz::drop_log();
         return 0;  // answers that the simulation itself cannot give (found by fuzzing)
     }
 
     aim_parser::gpu_info info;
     char name[] = "gpu0";
     aim_parser::gpu_dev_info().read_gpu_data(name, info, ids[0], ids[1], ids[2], ids[3]);
+    // Frees the simulated GPU and the messages within the input, so that an input's
+    // allocations and frees balance and libFuzzer does not run a leak scan after each one.
+    host::reset_machine();
+    fuzz::drop_log();
     return 0;
 }

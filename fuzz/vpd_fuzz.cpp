@@ -1,37 +1,49 @@
-// Card VPD answers: the first byte picks the layout (even: the 256-byte image of the example
-// machine storage-1u, odd: the 1 KB image of storage-1u-1k), the rest is the card's VPD
-// image, answered through a whole parse_aim of that machine.
+// Card VPD answers: any bytes as the VPD image of the boot adapter of the example machine
+// storage-1u, read by the hardware VPD step of a parser for that adapter. The image's first
+// two bytes pick the layout (FE 00: 256 bytes, 03 FE: 1 KB), as on a real card; the seed
+// corpus holds an image of each.
 #include <string>
 
+#include <nlohmann/json.hpp>
+
 #include "fuzz/harness.h"
+#include "host/machine.h"
+#include "ingest/parser.h"
 
 namespace {
-struct layout {
-    std::string machine, image, xml;
-};
-layout g_layouts[2];
-const layout* g_loaded = nullptr;
+std::string g_machine, g_image;
+nlohmann::json g_description;
+aim_parser::parser* g_parser = nullptr;  // these live as long as the process
+aim_parser::group* g_group = nullptr;    // no VPD settings: only the card is read
+aim_parser::aim_pci_key_unit g_key;
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     fuzz::controller();
-    const char* names[2] = {"storage-1u", "storage-1u-1k"};
-    const char* images[2] = {"/vpd/boot-adapter-256.bin", "/vpd/boot-adapter-1k.bin"};
-    for (int i = 0; i < 2; ++i) {
-        g_layouts[i].machine = fuzz::machine_copy(names[i]);
-        g_layouts[i].image = g_layouts[i].machine + images[i];
-        g_layouts[i].xml = fuzz::source_file(std::string("examples/aim/") + names[i] + ".xml");
-    }
+    g_machine = fuzz::machine_copy("storage-1u");
+    fuzz::load_machine(g_machine);
+    // Its "VPDs" row, as the walk leaves it, which the step updates.
+    if (fuzz::run_aim(fuzz::source_file("examples/aim/storage-1u.xml")) != 0) abort();
+    g_image = g_machine + "/vpd/fuzz-image.bin";
+    // Only what the step asks of the controller: the platform, the server maker's ids and
+    // the card; its "PCIs" rows are in the database already.
+    nlohmann::json full =
+        nlohmann::json::parse(fuzz::source_file("examples/machines/storage-1u/machine.json"));
+    g_description = {{"env", full["env"]},
+                     {"server_maker_vendor_ids", full["server_maker_vendor_ids"]},
+                     {"vpd_devices", {{"66", {{"image", g_image}}}}}};
+    g_parser = new aim_parser::parser();
+    if (!g_parser->init()) abort();
+    g_group = new aim_parser::group();
+    g_key.bus = 2;  // the boot adapter's function 02:00.0
+    if (g_parser->get_pci_node_slot_key_by_pfa(fuzz::controller(), &g_key) != 0) abort();
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    if (size < 1) return 0;
-    const layout& l = g_layouts[data[0] & 1];
-    fuzz::write_file(l.image, data + 1, size - 1);
-    // The image is read when the machine is loaded; its "PCIs" rows only change with it.
-    fuzz::load_machine(l.machine, g_loaded != &l);
-    g_loaded = &l;
-    fuzz::run_aim(l.xml);
+    fuzz::write_file(g_image, data, size);
+    host::load_machine(g_machine, g_description);  // the image is read when it is installed
+    g_parser->insert_aim_vpd_info(fuzz::controller(), g_group, &g_key);
+    fuzz::drop_log();
     return 0;
 }

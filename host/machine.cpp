@@ -34,13 +34,20 @@ void load_machine(const std::string& dir) {
     std::string path = dir + "/machine.json";
     std::ifstream in(path);
     if (!in) throw machine_error("cannot open " + path);
-    machine m;
-    m.dir = dir;
+    nlohmann::json description;
     try {
-        m.json = nlohmann::json::parse(in);
+        description = nlohmann::json::parse(in);
     } catch (const nlohmann::json::exception& e) {
         throw machine_error(path + ": " + e.what());
     }
+    load_machine(dir, description);
+}
+
+void load_machine(const std::string& dir, const nlohmann::json& description) {
+    std::string path = dir + "/machine.json";
+    machine m;
+    m.dir = dir;
+    m.json = description;
     if (!m.json.is_object()) throw machine_error(path + ": the machine description must be a JSON object");
     for (auto it = m.json.begin(); it != m.json.end(); ++it) {
         if (!sections().count(it.key())) throw machine_error(path + ": unknown key \"" + it.key() + "\"");

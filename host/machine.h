@@ -40,6 +40,9 @@ struct section_registrar {
 
 // Reads `dir`/machine.json and installs every section. Throws machine_error.
 void load_machine(const std::string& dir);
+// Installs an already parsed description of the machine directory `dir` (its files are
+// still read from `dir`), as if it stood in `dir`/machine.json. Throws machine_error.
+void load_machine(const std::string& dir, const nlohmann::json& description);
 // Resets every section to an empty machine.
 void reset_machine();
 // The machine installed last (empty dir and null json when none).
