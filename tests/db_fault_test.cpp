@@ -68,11 +68,6 @@ std::string minus(const snapshot& a, const snapshot& b) {
     return out;
 }
 
-// Rows that the sweep allows and counts: a drive config whose "PCIs" lookup failed is still
-// recorded, under the unresolved key 0, as for any drive config without a "PCIs" row (the
-// next run drops them).
-bool known_defect(const std::string& row) { return adapter_of(row) == "0"; }
-
 class DbFaults : public testutil::IngestTest, public ::testing::WithParamInterface<const char*> {
 protected:
     void SetUp() override {
@@ -123,13 +118,6 @@ protected:
     void expect_clean_rerun(const std::string& what) {
         ASSERT_EQ(0, run({})) << what;
         snapshot now = tables_now();
-        snapshot stray;
-        std::set_difference(now.begin(), now.end(), fresh.begin(), fresh.end(),
-                            std::inserter(stray, stray.end()));
-        size_t tolerated = 0;
-        for (const auto& row : stray) tolerated += known_defect(row);
-        known += tolerated;
-        if (tolerated == stray.size() && now.size() == fresh.size() + stray.size()) return;
         EXPECT_TRUE(fresh == now) << what << ": the next run left other rows; missing:\n"
                                   << minus(fresh, now) << "stray:\n"
                                   << minus(now, fresh);
@@ -139,7 +127,6 @@ protected:
     snapshot fresh;
     call_list calls;
     size_t wipe_end = 0;
-    size_t known = 0;                // rows allowed by known_defect
     std::set<std::string> baseline;  // messages of a run without failure
 };
 
@@ -177,16 +164,13 @@ TEST_P(DbFaults, EveryCallFailingInTurn) {
         for (const auto& row : missing) hit.insert(adapter_of(row));
         for (const auto& row : extra) {
             bool own_table = kind != "insert" && row.rfind(table + ":", 0) == 0;
-            bool defect = kind == "query" && known_defect(row);
-            known += defect;
-            EXPECT_TRUE(own_table || defect || hit.count(adapter_of(row))) << what << ": stray row " << row;
+            EXPECT_TRUE(own_table || hit.count(adapter_of(row))) << what << ": stray row " << row;
         }
         expect_clean_rerun(what);
         if (HasFailure() && ++failures > 5) break;
     }
     RecordProperty("calls", static_cast<int>(calls.size()));
-    printf("%s: %zu database calls swept, the first %zu in the wipe; %zu rows allowed as known\n", GetParam(),
-           calls.size(), wipe_end, known);
+    printf("%s: %zu database calls swept, the first %zu in the wipe\n", GetParam(), calls.size(), wipe_end);
 }
 
 TEST_P(DbFaults, ProcessKilledMidRunLeavesNothingStale) {
