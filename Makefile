@@ -7,6 +7,7 @@ ASAN_BUILD ?= build-asan
 FUZZ_BUILD ?= build-fuzz
 FUZZ_SECONDS ?= 30
 FUZZ_TARGETS ?=
+FUZZ_RUNS ?=
 JOBS ?= $(shell nproc)
 CMAKE_FLAGS ?=
 
@@ -69,7 +70,8 @@ leak-check: build-asan
 	$(SANITIZER_ENV) scripts/leak-check.sh $(ASAN_BUILD)
 
 # libFuzzer targets (clang, instrumented with ASan/UBSan): each runs its kept crash inputs, then
-# FUZZ_SECONDS from its seed corpus (scripts/fuzz.sh; FUZZ_TARGETS picks some).
+# FUZZ_SECONDS (or FUZZ_RUNS executions, whichever comes first) from its seed corpus
+# (scripts/fuzz.sh; FUZZ_TARGETS picks some).
 deps-fuzz:
 	@scripts/install-deps.sh fuzz
 
@@ -78,7 +80,7 @@ build-fuzz: deps deps-fuzz
 	cmake --build $(FUZZ_BUILD) -j $(JOBS) --target fuzz_targets
 
 fuzz: build-fuzz
-	scripts/fuzz.sh $(FUZZ_BUILD) $(FUZZ_SECONDS) $(FUZZ_TARGETS)
+	FUZZ_RUNS=$(FUZZ_RUNS) scripts/fuzz.sh $(FUZZ_BUILD) $(FUZZ_SECONDS) $(FUZZ_TARGETS)
 
 # Rewrites symbols/libvqmdb_aim_parser.symbols from the library just built.
 update-symbols: build
