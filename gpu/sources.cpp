@@ -220,10 +220,6 @@ void parser::get_gpu_info_ipmiprop_v2(gpu_info& info, unsigned short index, cons
     log_ipmiprop_summary(info);
 }
 
-bool parser::read_gpu_info_from_db(_vqm_db_handle_t* db, aim_pci_key_unit* key, gpu_info& info) {
-    return read_gpu_info_from_db(db, key, info, nullptr);
-}
-
 bool parser::read_gpu_info_from_db(_vqm_db_handle_t* db, aim_pci_key_unit* key, gpu_info& info,
                                    bool* maybe_stored) {
     char where[64];
@@ -238,7 +234,7 @@ bool parser::read_gpu_info_from_db(_vqm_db_handle_t* db, aim_pci_key_unit* key, 
                  vqm_db_result_row_count(vpd) > 0 && vqm_db_result_step(fw) == VQM_DB_ROW &&
                  vqm_db_result_step(vpd) == VQM_DB_ROW;
     if (maybe_stored) {
-        *maybe_stored = found || rc_fw != 0 || rc_vpd != 0 || (fw && vqm_db_result_row_count(fw) > 0) ||
+        *maybe_stored = rc_fw != 0 || rc_vpd != 0 || (fw && vqm_db_result_row_count(fw) > 0) ||
                         (vpd && vqm_db_result_row_count(vpd) > 0);
     }
     if (found) {

@@ -240,11 +240,10 @@ public:
     void get_gpu_info_ipmiprop(gpu_info& info, unsigned char busnum);
     void get_gpu_info_ipmiprop_v2(gpu_info& info, unsigned short slot);
     void get_gpu_info_ipmiprop_v2(gpu_info& info, unsigned short index, const char* node);
-    bool read_gpu_info_from_db(_vqm_db_handle_t* db, aim_pci_key_unit* key, gpu_info& info);
-    // The same; `maybe_stored` (when not null) tells whether rows of the GPU may be in the
-    // database although it reports false: a query failed, or only one table had a row.
+    // `maybe_stored` (when not null) tells whether rows of the GPU may be in the database
+    // even when it reports false: a query failed, or only one table had a row.
     bool read_gpu_info_from_db(_vqm_db_handle_t* db, aim_pci_key_unit* key, gpu_info& info,
-                               bool* maybe_stored);
+                               bool* maybe_stored = nullptr);
 
     // ---- State ----
     // The one content-values object every row is built in; null until init succeeds.
