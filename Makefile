@@ -8,6 +8,7 @@ FUZZ_BUILD ?= build-fuzz
 FUZZ_SECONDS ?= 30
 FUZZ_TARGETS ?=
 FUZZ_RUNS ?=
+BENCH_ARGS ?=
 JOBS ?= $(shell nproc)
 CMAKE_FLAGS ?=
 
@@ -39,10 +40,11 @@ test: build
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
 
 # Benchmarks in their own optimised build tree, so the main build keeps its settings.
+# BENCH_ARGS passes options to aim_bench (`--keep-heap`, `--sizes 1024,4096`, `--reps N`, ...).
 bench: deps
 	cmake -S . -B $(BUILD)-bench -DCMAKE_BUILD_TYPE=Release -DAIM_BUILD_BENCH=ON -DAIM_BUILD_TESTS=OFF $(CMAKE_FLAGS)
 	cmake --build $(BUILD)-bench -j $(JOBS) --target aim_bench
-	$(BUILD)-bench/bin/aim_bench --csv $(BUILD)-bench/aim_bench.csv
+	$(BUILD)-bench/bin/aim_bench --csv $(BUILD)-bench/aim_bench.csv $(BENCH_ARGS)
 
 # 32-bit ARM (arm-linux-gnueabihf) build of everything, its tests run under qemu-arm. Optimised
 # as on the controller (so that the optimiser's warnings show), without debug information.

@@ -8,13 +8,24 @@
 //   - the peak RSS of a child process running one whole parse_aim and of one loading the
 //     file with pugixml;
 //   - operator new calls per config of a whole run and of the reader alone;
-//   - the cost of each step of a run (wipe, filter, reader, walk, after the walk).
+//   - the cost of each step of a run (wipe, filter, reader, walk, after the walk);
+//   - the page faults of a run, of the lower bound and of each step (median of the
+//     repetitions): memory that the allocator gave back to the kernel after the previous
+//     run is faulted in again, and that shows in the CPU time but not in the instructions.
 //
-// Usage: aim_bench [--sizes 256,1024,4096] [--reps N] [--csv FILE] [--no-callgrind]
+// --keep-heap holds glibc's trim and mmap thresholds fixed in the measuring process, so
+// that freed memory stays in the heap from one repetition to the next at every size (with
+// the default, dynamic thresholds, whether it does depends on the sizes of the run's
+// largest blocks). It does not apply to the child processes.
+//
+// Usage: aim_bench [--sizes 256,1024,4096] [--reps N] [--csv FILE] [--no-callgrind] [--keep-heap]
 #include <sqlite3.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <limits.h>
+#include <malloc.h>
 #include <string.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
@@ -72,6 +83,13 @@ double cpu_ms() {
     timespec t;
     clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
     return t.tv_sec * 1e3 + t.tv_nsec / 1e6;
+}
+
+// Minor page faults of the process so far.
+double page_faults() {
+    rusage u;
+    getrusage(RUSAGE_SELF, &u);
+    return static_cast<double>(u.ru_minflt);
 }
 
 double median(std::vector<double> v) {
@@ -350,6 +368,7 @@ struct result {
     double step_ms[step_count] = {}, step_ins[step_count] = {};
     double rss_whole_kib = 0, rss_pugixml_kib = 0, rss_base_kib = 0;
     double news_per_config = 0, reader_news_per_config = 0;
+    double whole_faults = 0, bound_faults = 0, step_faults[step_count] = {};
 };
 
 bool measure(unsigned configs, int reps, bool callgrind, const std::string& self, result& r) {
@@ -373,23 +392,35 @@ bool measure(unsigned configs, int reps, bool callgrind, const std::string& self
     lower_bound bound;
     if (!bound.open(root, configs, r.rows)) return false;
     std::vector<double> whole, low, steps[step_count];
+    std::vector<double> whole_faults, low_faults, step_faults[step_count];
     for (int i = 0; i < reps; ++i) {
+        double f0 = page_faults();
         double t0 = cpu_ms();
         if (parse_aim(db, aim_path) != 0) return false;
         double t1 = cpu_ms();
+        double f1 = page_faults();
         if (!bound.run()) return false;
         double t2 = cpu_ms();
         whole.push_back(t1 - t0);
         low.push_back(t2 - t1);
+        whole_faults.push_back(f1 - f0);
+        low_faults.push_back(page_faults() - f1);
         run_steps(db, [&](int step, const std::function<void()>& body) {
+            double f = page_faults();
             double s = cpu_ms();
             body();
             steps[step].push_back(cpu_ms() - s);
+            step_faults[step].push_back(page_faults() - f);
         });
     }
     r.whole_ms = median(whole);
     r.bound_ms = median(low);
-    for (int s = 0; s < step_count; ++s) r.step_ms[s] = median(steps[s]);
+    r.whole_faults = median(whole_faults);
+    r.bound_faults = median(low_faults);
+    for (int s = 0; s < step_count; ++s) {
+        r.step_ms[s] = median(steps[s]);
+        r.step_faults[s] = median(step_faults[s]);
+    }
     vqm_db_close(db);
 
     std::string out;
@@ -457,35 +488,44 @@ void print_tables(const std::vector<result>& rs, FILE* out) {
                 ratio(r.rss_whole_kib, r.rss_pugixml_kib).c_str(), r.news_per_config,
                 r.reader_news_per_config);
     }
+    fprintf(out, "\n| Configs | Page faults run | Page faults lower bound |\n|---|---|---|\n");
+    for (const result& r : rs)
+        fprintf(out, "| %u | %.0f | %.0f |\n", r.configs, r.whole_faults, r.bound_faults);
     fprintf(out,
-            "\n| Configs | Step | CPU time | Instructions | T(N)/T(N/4) (instr.) |\n|---|---|---|---|---|\n");
+            "\n| Configs | Step | CPU time | T(N)/T(N/4) | Page faults | Instructions | T(N)/T(N/4) (instr.) "
+            "|\n|---|---|---|---|---|---|---|\n");
     for (const result& r : rs) {
         const result* q = nullptr;
         for (const result& c : rs) {
             if (c.configs * 4 == r.configs) q = &c;
         }
         for (int s = 0; s < step_count; ++s) {
-            fprintf(out, "| %u | %s | %.2f ms | %s | %s |\n", r.configs, step_names[s], r.step_ms[s],
+            fprintf(out, "| %u | %s | %.2f ms | %s | %.0f | %s | %s |\n", r.configs, step_names[s],
+                    r.step_ms[s], q ? ratio(r.step_ms[s], q->step_ms[s]).c_str() : "-", r.step_faults[s],
                     r.step_ins[s] > 0 ? fmt(r.step_ins[s] / 1e6, 1, "M").c_str() : "-",
                     q ? ratio(r.step_ins[s], q->step_ins[s]).c_str() : "-");
         }
     }
 }
 
-void write_csv(const std::vector<result>& rs, const std::string& path) {
+void write_csv(const std::vector<result>& rs, const std::string& path, bool heap_kept) {
     FILE* f = fopen(path.c_str(), "w");
     if (!f) return;
     fprintf(f,
             "configs,rows,whole_cpu_ms,bound_cpu_ms,whole_instr,bound_instr,rss_run_kib,rss_pugixml_kib,"
             "rss_process_base_kib,news_per_config,reader_news_per_config");
     for (const char* s : step_names) fprintf(f, ",%s_cpu_ms,%s_instr", s, s);
-    fprintf(f, "\n");
+    fprintf(f, ",whole_page_faults,bound_page_faults");
+    for (const char* s : step_names) fprintf(f, ",%s_page_faults", s);
+    fprintf(f, ",heap_kept\n");
     for (const result& r : rs) {
         fprintf(f, "%u,%ld,%.3f,%.3f,%.0f,%.0f,%.0f,%.0f,%.0f,%.2f,%.2f", r.configs, r.rows, r.whole_ms,
                 r.bound_ms, r.whole_ins, r.bound_ins, r.rss_whole_kib, r.rss_pugixml_kib, r.rss_base_kib,
                 r.news_per_config, r.reader_news_per_config);
         for (int s = 0; s < step_count; ++s) fprintf(f, ",%.3f,%.0f", r.step_ms[s], r.step_ins[s]);
-        fprintf(f, "\n");
+        fprintf(f, ",%.0f,%.0f", r.whole_faults, r.bound_faults);
+        for (int s = 0; s < step_count; ++s) fprintf(f, ",%.0f", r.step_faults[s]);
+        fprintf(f, ",%d\n", heap_kept ? 1 : 0);
     }
     fclose(f);
 }
@@ -507,6 +547,7 @@ int main(int argc, char** argv) {
     std::vector<unsigned> sizes = {256, 1024, 4096};
     int reps = 5;
     bool callgrind = true;
+    bool keep_heap = false;
     std::string csv = "aim_bench.csv";
     for (int i = 1; i < argc; ++i) {
         std::string a = argv[i];
@@ -520,11 +561,24 @@ int main(int argc, char** argv) {
             csv = argv[++i];
         } else if (a == "--no-callgrind") {
             callgrind = false;
+        } else if (a == "--keep-heap") {
+            keep_heap = true;
         } else {
-            fprintf(stderr, "usage: %s [--sizes 256,1024,4096] [--reps N] [--csv FILE] [--no-callgrind]\n",
-                    argv[0]);
-            return 2;
+            bool help = a == "--help" || a == "-h";
+            fprintf(
+                help ? stdout : stderr,
+                "usage: %s [--sizes 256,1024,4096] [--reps N] [--csv FILE] [--no-callgrind] [--keep-heap]\n",
+                argv[0]);
+            return help ? 0 : 2;
         }
+    }
+    // Fixed thresholds: freed memory is never given back to the kernel, and blocks up to the
+    // largest mmap threshold that glibc accepts (4 Mi longs) come from the heap.
+    const int largest_mmap_threshold = static_cast<int>(4 * 1024 * 1024 * sizeof(long));
+    if (keep_heap &&
+        (mallopt(M_TRIM_THRESHOLD, INT_MAX) != 1 || mallopt(M_MMAP_THRESHOLD, largest_mmap_threshold) != 1)) {
+        fprintf(stderr, "aim_bench: cannot fix the allocator's thresholds\n");
+        return 1;
     }
     if (callgrind && !have_valgrind()) {
         fprintf(stderr, "aim_bench: valgrind not found, instructions not counted\n");
@@ -546,7 +600,7 @@ int main(int argc, char** argv) {
         results.push_back(r);
     }
     print_tables(results, stdout);
-    write_csv(results, csv);
+    write_csv(results, csv, keep_heap);
     printf("\nCSV: %s (CPU times: median of %d interleaved repetitions; load average at the end: ",
            csv.c_str(), reps);
     double load[1] = {0};
