@@ -159,6 +159,10 @@ public:
     // Rows of "Firmwares" were deleted: the rest of the walk asks the database.
     void indexed_firmwares_changed();
     void indexed_port_stat_inserted(uint32_t func_key);
+    // Positions in pldm_firmware_list, first to last, of the records whose "PCIKey",
+    // "SubDeviceId" and "PCIFuncKey" are the key's; null when there is no index (outside
+    // the walk), and the whole list must be searched.
+    const std::vector<uint32_t>* indexed_pldm_records(const aim_pci_key_unit* key);
 
     // ---- PCI key resolution (ingest/pci_keys.cpp) ----
     int get_pci_node_slot_key_by_pfa(_vqm_db_handle_t* db, aim_pci_key_unit* key);

@@ -253,6 +253,24 @@ long long parser::indexed_port_stat(uint32_t func_key) const {
     return walk_cache->port_stats.count(static_cast<int64_t>(func_key)) ? 1 : 0;
 }
 
+const std::vector<uint32_t>* parser::indexed_pldm_records(const aim_pci_key_unit* key) {
+    if (!walk_cache) return nullptr;
+    walk_index& w = *walk_cache;
+    // The list only grows during a walk; should it have been emptied, it is indexed anew.
+    if (w.pldm_indexed > pldm_firmware_list.size()) {
+        w.pldm_records.clear();
+        w.pldm_indexed = 0;
+    }
+    for (; w.pldm_indexed < pldm_firmware_list.size(); ++w.pldm_indexed) {
+        const PLDMFirmwareInfo& r = pldm_firmware_list[w.pldm_indexed];
+        w.pldm_records[{r.PCIKey, r.SubDeviceId, r.PCIFuncKey}].push_back(
+            static_cast<uint32_t>(w.pldm_indexed));
+    }
+    static const std::vector<uint32_t> none;
+    auto it = w.pldm_records.find({key->dev_key, key->subsystem_device_id, key->func_key});
+    return it == w.pldm_records.end() ? &none : &it->second;
+}
+
 void parser::indexed_port_stat_inserted(uint32_t func_key) {
     // The row's "PCIFuncKey" is put as a signed 32-bit number.
     if (walk_cache && walk_cache->port_stats_loaded)

@@ -7,6 +7,7 @@
 #include <stdint.h>
 
 #include <array>
+#include <map>
 #include <set>
 #include <string>
 #include <utility>
@@ -44,6 +45,13 @@ struct walk_index {
     // Integer "PCIFuncKey" values of the "PCIPhysicalPortStat" rows.
     bool port_stats_loaded = false;
     std::set<int64_t> port_stats;
+
+    // Positions of the parser's PLDM records by ("PCIKey", "SubDeviceId", "PCIFuncKey"), in
+    // list order. The walk appends a record per adapter and every firmware group of a
+    // config looks its records up, so searching the whole list would cost the walk time
+    // quadratic in the number of configs. Records [0, pldm_indexed) are in the index.
+    std::map<std::array<uint32_t, 3>, std::vector<uint32_t>> pldm_records;
+    size_t pldm_indexed = 0;
 };
 
 // Fills the key's node, slot, keys, identifiers and types from columns `first` on of the

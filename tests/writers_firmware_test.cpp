@@ -104,6 +104,31 @@ TEST_F(Firmware, PldmRecordTakesFirmwareIdentity) {
     EXPECT_EQ(1u, logged_count("AIM PARSER: Empty PLDM VersionString in slot 2"));
 }
 
+// Configs that name the same function each add a record of the same key. A firmware group
+// fills the records of its key, first to last, that no group of classification 13 took
+// before: the first config's group takes its own record, the second's the second record,
+// and a classification-10 group after that changes neither (both are taken).
+TEST_F(Firmware, PldmRecordsOfOneKeyAcrossConfigs) {
+    load_machine_json(endpoint(0));
+    const std::pair<std::string, texts> cases[] = {
+        {adapter("0", firmware("1.0", "13")) + adapter("0", firmware("2.0", "13")), {"1.0", "2.0"}},
+        {adapter("0", firmware("1.0", "13")) + adapter("0", firmware("2.0", "13")) +
+             adapter("0", firmware("3.0", "10")),
+         {"1.0", "2.0", "3.0"}},
+        // An unclaimed record takes every later first group of its key.
+        {adapter("0", firmware("1.0", "10")) + adapter("0", firmware("2.0", "10")), {"2.0", "2.0"}},
+        // Another function's group leaves them alone (its own record, without an endpoint,
+        // repeats the adapter's PCIKey and SubDeviceId and is dropped from the table).
+        {adapter("0", firmware("1.0", "10")) + adapter("1", firmware("4.0", "13")) +
+             adapter("0", firmware("2.0", "13")),
+         {"2.0", "2.0"}}};
+    for (const auto& c : cases) {
+        exec("DELETE FROM PldmDeviceFirmware");
+        ASSERT_EQ(0, run_xml(aim_doc(c.first)));
+        EXPECT_EQ(c.second, pldm("VersionString")) << c.first;
+    }
+}
+
 // Records without an MCTP endpoint that repeat an earlier record's PCIKey and SubDeviceId are
 // dropped (without segment bits the segment is not part of the address); PCH Integrated SATA
 // adapters have no record.

@@ -218,16 +218,22 @@ unsigned parser::parse_firmware_info(_vqm_db_handle_t* db, group* grp, aim_pci_k
     // Classification 13 is the firmware that the PLDM records of the adapter describe.
     bool pldm_class = strtol(id.classification.c_str(), nullptr, 10) == 13;
     if (pldm_class || copy_always) {
-        for (PLDMFirmwareInfo& r : pldm_firmware_list) {
+        auto copy_identity = [&](PLDMFirmwareInfo& r) {
             if (r.PCIKey != key->dev_key || r.SubDeviceId != key->subsystem_device_id || r.aim_matched ||
                 r.PCIFuncKey != key->func_key) {
-                continue;
+                return;
             }
             r.Manufacture = id.manufacturer;
             r.SoftwareID = id.software_id;
             r.VersionString = id.version;
             r.ReleaseDate = id.release_date;
             if (pldm_class) r.aim_matched = true;
+        };
+        // The records of this key, first to last: from the walk's index, else the whole list.
+        if (const std::vector<uint32_t>* at = indexed_pldm_records(key)) {
+            for (uint32_t i : *at) copy_identity(pldm_firmware_list[i]);
+        } else {
+            for (PLDMFirmwareInfo& r : pldm_firmware_list) copy_identity(r);
         }
     }
     return 1;
