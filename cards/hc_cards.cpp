@@ -4,12 +4,12 @@
 #include <string.h>
 
 #include "cards/hc_rows.h"
-#include "cards/server_maker.h"
+#include "ingest/server_maker.h"
 #include "ingest/parser.h"
 #include "ingest/text.h"
 #include "platform/kora_log.h"
 #include "platform/vqm_db.h"
-#include "writers/columns.h"
+#include "ingest/rows.h"
 
 namespace aim_parser {
 namespace {

@@ -238,7 +238,7 @@ public:
     // ---- vNIC capability data (cards/vnic.cpp) ----
     void get_pci_vnic_supported_info(_vqm_db_handle_t* db);
 
-    // ---- GPU information sources (gpu/sources.cpp) ----
+    // ---- GPU information sources (ingest/gpu_sources.cpp) ----
     int get_gpu_info(aim_pci_key_unit* key, gpu_info& info);
     int get_amd_gpu_info(aim_pci_key_unit* key, gpu_info& info);
     void get_gpu_info_ipmiprop(gpu_info& info, unsigned char busnum);

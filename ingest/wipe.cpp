@@ -10,7 +10,7 @@
 #include "ingest/properties.h"
 #include "platform/kora_log.h"
 #include "platform/storage.h"
-#include "writers/columns.h"
+#include "ingest/rows.h"
 
 namespace aim_parser {
 

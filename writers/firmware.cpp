@@ -14,7 +14,7 @@
 #include "ingest/parser.h"
 #include "platform/kora_log.h"
 #include "platform/mctp.h"
-#include "writers/columns.h"
+#include "ingest/rows.h"
 
 namespace aim_parser {
 namespace {

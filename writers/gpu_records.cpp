@@ -1,7 +1,7 @@
 // GPU records: the "PCIGPU" row of an adapter's GPU group and one "PCIGPUChip" row per
 // numbered chip sub-group.
 #include "ingest/parser.h"
-#include "writers/columns.h"
+#include "ingest/rows.h"
 
 namespace aim_parser {
 namespace {

@@ -7,7 +7,7 @@
 
 #include "ingest/parser.h"
 #include "platform/kora_log.h"
-#include "writers/columns.h"
+#include "ingest/rows.h"
 
 namespace aim_parser {
 namespace {

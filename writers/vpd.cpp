@@ -7,11 +7,11 @@
 #include <string>
 #include <vector>
 
-#include "cards/server_maker.h"
+#include "ingest/server_maker.h"
 #include "ingest/parser.h"
 #include "platform/ipmi_cmd.h"
 #include "platform/kora_log.h"
-#include "writers/columns.h"
+#include "ingest/rows.h"
 
 namespace aim_parser {
 namespace {

@@ -1,5 +1,5 @@
 // Row helpers shared by the group writers, the walk and the card actions.
-#include "writers/columns.h"
+#include "ingest/rows.h"
 
 #include <stdio.h>
 
