@@ -7,7 +7,7 @@
 #   fuzz  also clang and libFuzzer's runtime (make fuzz)
 set -euo pipefail
 PKGS=(build-essential cmake pkg-config libpugixml-dev libsqlite3-dev nlohmann-json3-dev
-      libgtest-dev libgmock-dev valgrind libxml2-utils sqlite3)
+      libgtest-dev libgmock-dev valgrind libxml2-utils sqlite3 man-db bsdextrautils)
 for group in "$@"; do
   case "$group" in
     arm) PKGS+=(g++-arm-linux-gnueabihf qemu-user) ;;

@@ -22,6 +22,23 @@ protected:
     }
 };
 
+// The table format cuts a value wider than 64 characters to 61 and "...", never inside an
+// escape; csv and json keep the whole value.
+TEST_F(AimctlDb, ShowCutsWideValuesInTheTableOnly) {
+    std::string path = dir + "/wide.db";
+    ASSERT_EQ(0, aimctl("init-db " + path).status);
+    const std::string a64(64, 'a'), b65(65, 'b'), c60(60, 'c');
+    on(path, "INSERT INTO PCIAdapter (CardName) VALUES ('" + a64 + "'), ('" + b65 + "'), ('" + c60 +
+                 "' || char(10) || 'dd'), ('" + c60 + "x' || char(200) || 'yyy')");
+    std::string table = aimctl("show --db " + path + " PCIAdapter").out;
+    EXPECT_NE(std::string::npos, table.find("1    " + a64 + "\n")) << table;
+    EXPECT_NE(std::string::npos, table.find("2    " + std::string(61, 'b') + "...\n")) << table;
+    EXPECT_NE(std::string::npos, table.find("3    " + c60 + "\\ndd\n")) << "64 wide: whole";
+    EXPECT_NE(std::string::npos, table.find("4    " + c60 + "x...\n")) << "\\xC8 is not split";
+    std::string csv = aimctl("show --db " + path + " PCIAdapter --format csv").out;
+    EXPECT_NE(std::string::npos, csv.find("," + b65 + ",")) << csv;
+}
+
 TEST_F(AimctlDb, InitDbShowAndRebuild) {
     std::string path = dir + "/cli.db", show = "show --db " + path + " ";
     EXPECT_EQ(1, aimctl("rebuild --db " + path).status);

@@ -1,6 +1,7 @@
 // aimctl show --db DB TABLE [--format table|csv|json]: prints the rows of a table.
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
 
 #include <nlohmann/json.hpp>
 
@@ -35,26 +36,38 @@ std::string csv_field(const cell& c) {
     return out + "\"";
 }
 
+// Widest cell of the aligned table: a "VPDs" row with its raw image still fits a terminal.
+const size_t kMaxCellWidth = 64;
+
 // A cell as one line of the aligned table: control and non-ASCII bytes are written as \n, \t,
 // \r or \xHH, so that a value read with its line feed (the AMD FRU tool's texts) keeps the
-// table aligned.
+// table aligned; a cell wider than kMaxCellWidth is cut with "..." (never inside an escape).
 std::string table_text(const cell& c) {
     if (c.type == "null") return "NULL";
     std::string out;
+    size_t cut = std::string::npos;  // where "..." goes when the cell is too wide
     for (unsigned char ch : c.text) {
+        char piece[8];
         if (ch == '\n') {
-            out += "\\n";
+            snprintf(piece, sizeof piece, "\\n");
         } else if (ch == '\t') {
-            out += "\\t";
+            snprintf(piece, sizeof piece, "\\t");
         } else if (ch == '\r') {
-            out += "\\r";
+            snprintf(piece, sizeof piece, "\\r");
         } else if (ch < 0x20 || ch > 0x7E) {
-            char hex[8];
-            snprintf(hex, sizeof hex, "\\x%02X", static_cast<unsigned>(ch));
-            out += hex;
+            snprintf(piece, sizeof piece, "\\x%02X", static_cast<unsigned>(ch));
         } else {
-            out += static_cast<char>(ch);
+            piece[0] = static_cast<char>(ch);
+            piece[1] = '\0';
         }
+        size_t len = strlen(piece);
+        if (cut == std::string::npos && out.size() + len > kMaxCellWidth - 3) cut = out.size();
+        out.append(piece, len);
+        if (out.size() > kMaxCellWidth) break;
+    }
+    if (out.size() > kMaxCellWidth) {
+        out.resize(cut);
+        out += "...";
     }
     return out;
 }
@@ -200,8 +213,9 @@ AIMCTL_COMMAND("show", "print the rows of a database table",
                "usage: aimctl show --db DB TABLE [--format table|csv|json]\n\n"
                "Prints every row of TABLE of the database DB in row id order.\n"
                "  table  aligned columns with a header and a row count (default); columns that\n"
-               "         are NULL in every row are left out, other NULLs print as NULL\n"
-               "  csv    a header line, then one line per row with every column; NULL is an\n"
+               "         are NULL in every row are left out, other NULLs print as NULL; a value\n"
+               "         wider than 64 characters is cut with \"...\"\n"
+               "  csv    a header line, then one line per row with every column (whole); NULL is an\n"
                "         empty field, fields holding , \" or line breaks are quoted\n"
                "  json   an array of objects, one per row, every column with its stored type\n"
                "         (number, text or null)\n\n"

@@ -21,7 +21,8 @@ std::map<std::string, command>& commands() {
 void print_overview(FILE* out) {
     fprintf(
         out,
-        "usage: aimctl [--log-level dbg|info|warn|err] COMMAND [ARGS...]\n\n"
+        "usage: aimctl [--log-level dbg|info|warn|err] COMMAND [ARGS...]\n"
+        "       aimctl --help | --version\n\n"
         "Engineering tool of libvqmdb_aim_parser: parse, write and ingest AIM files on a Linux machine.\n\n"
         "commands:\n");
     for (const auto& c : commands()) fprintf(out, "  %-10s %s\n", c.first.c_str(), c.second.summary);
@@ -83,6 +84,9 @@ int main(int argc, char** argv) {
             host::set_log_level(level);
         } else if (name.empty() && (a == "-h" || a == "--help")) {
             print_overview(stdout);
+            return exit_ok;
+        } else if (name.empty() && a == "--version") {
+            printf("aimctl %s\n", AIMCTL_VERSION);
             return exit_ok;
         } else if (name.empty()) {
             name = a;
