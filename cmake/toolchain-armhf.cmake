@@ -39,7 +39,7 @@ set(ENV{PKG_CONFIG_ALLOW_SYSTEM_LIBS} 1)
 # built with one compiler, so the note says nothing.
 set(CMAKE_CXX_FLAGS_INIT "-Wno-psabi")
 
-# The sysroot's libraries need each other (pugixml needs libstdc++ ...) at link time.
+# The sysroot's libraries need each other (SQLite needs libc ...) at link time.
 set(CMAKE_EXE_LINKER_FLAGS_INIT "-Wl,-rpath-link,${AIM_ARM_SYSROOT}/usr/lib/arm-linux-gnueabihf")
 set(CMAKE_SHARED_LINKER_FLAGS_INIT "-Wl,-rpath-link,${AIM_ARM_SYSROOT}/usr/lib/arm-linux-gnueabihf")
 

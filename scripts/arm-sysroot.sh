@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Prepares the armhf sysroot that the ARM build links against and that qemu-arm runs the
-# tests in: the Debian armhf packages of the host dependencies (SQLite, pugixml,
+# tests in: the Debian armhf packages of the host dependencies (SQLite, expat,
 # GoogleTest/GoogleMock, nlohmann-json) and the runtime libraries (libc, libstdc++) are
 # downloaded with apt-get and unpacked with dpkg -x. Nothing is installed for armhf and the
 # system's apt and dpkg configuration is left alone: apt runs on its own state directory
@@ -16,9 +16,9 @@ SYSROOT=$(cd "$SYSROOT" && pwd)
 STATE="$(dirname "$SYSROOT")/apt-armhf"
 
 # Development packages: unpacked for their headers, libraries and CMake/pkg-config files.
-DEV_PKGS=(libsqlite3-dev libpugixml-dev libgtest-dev libgmock-dev nlohmann-json3-dev)
+DEV_PKGS=(libsqlite3-dev libexpat1-dev libgtest-dev libgmock-dev nlohmann-json3-dev)
 # Libraries the test programs load at run time, unpacked with their dependencies.
-RUNTIME_PKGS=(libsqlite3-0 libpugixml1v5 libstdc++6 libgcc-s1 libc6)
+RUNTIME_PKGS=(libsqlite3-0 libexpat1 libstdc++6 libgcc-s1 libc6)
 
 STAMP="$SYSROOT/.packages"
 WANT="${DEV_PKGS[*]} ${RUNTIME_PKGS[*]}"

@@ -6,7 +6,8 @@
 #   arm   also the 32-bit ARM cross compiler and the user-mode emulator (make test-arm)
 #   fuzz  also clang and libFuzzer's runtime (make fuzz)
 set -euo pipefail
-PKGS=(build-essential cmake pkg-config libpugixml-dev libsqlite3-dev nlohmann-json3-dev
+# (pugixml only for the benchmark's memory anchor)
+PKGS=(build-essential cmake pkg-config libexpat1-dev libpugixml-dev libsqlite3-dev nlohmann-json3-dev
       libgtest-dev libgmock-dev valgrind libxml2-utils sqlite3 man-db bsdextrautils)
 for group in "$@"; do
   case "$group" in

@@ -1,0 +1,377 @@
+// sysxml DOM over expat, a conforming XML 1.0 parser.
+//
+// Well-formedness. Every rule of XML 1.0 is expat's to check: a document that breaks one
+// (a bare "&", an undeclared entity, "--" in a comment, a doubled attribute, "<" in an
+// attribute value, "]]>" in text, a reference to character 0, an XML declaration that is
+// not at the very start, content after the document element, ...) makes the constructor
+// throw sysipc::exception with expat's message and the line of the fault.
+//
+// Entities. Internal entities are expanded by expat, with its amplification limits on: a
+// document whose entities expand to more than kMaxAmplification times its own size (past
+// kAmplificationThreshold bytes of expansion) is refused, so a "billion laughs" document
+// costs a few kilobytes, not gigabytes. At most kMaxEntities entities may be declared,
+// which also bounds how deep expat nests the expansion of one entity in another. No
+// external entity, external DTD subset or parameter entity is ever read: a reference to an
+// external entity is dropped, as a non-validating parser may.
+//
+// The DOM. The stream is fed to expat in blocks read straight into expat's own buffer, so
+// the document never stands whole in memory. Nodes keep element nodes, text nodes (a CDATA
+// section its own node, other adjacent text and entity expansions merged into one),
+// comments and processing instructions, in document order; the XML declaration and the
+// DOCTYPE make no node. Nodes, their texts and attributes live in blocks of one arena freed
+// with the document, and element and attribute names are stored once per distinct name.
+// Debian's expat is built with DTD support; its header declares the amplification limits
+// only where XML_DTD is defined.
+#ifndef XML_DTD
+#define XML_DTD
+#endif
+#include <expat.h>
+#include <string.h>
+
+#include <istream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/sysxml.h"
+
+namespace sysipc {
+exception::exception(std::string message, std::string file, unsigned line)
+    : message_(std::move(message)), file_(std::move(file)), line_(line) {}
+const char* exception::what() const noexcept { return message_.c_str(); }
+}  // namespace sysipc
+
+namespace sysxml {
+namespace {
+
+const float kMaxAmplification = 100.0f;
+const unsigned long long kAmplificationThreshold = 1024 * 1024;
+const unsigned kMaxEntities = 256;
+const size_t kReadBlock = 64 * 1024;
+const size_t kArenaBlock = 64 * 1024;
+
+// One node. An element's attributes are a null-terminated array of name and value pairs;
+// the other kinds have a text instead.
+struct xnode {
+    node_kind kind;
+    const char* name;  // element name, processing-instruction target; null otherwise
+    union {
+        const char* text;    // text, comment, processing-instruction data
+        const char** attrs;  // element
+    };
+    xnode* first_child;
+    xnode* next_sibling;
+};
+
+// Bump allocator: blocks of kArenaBlock bytes (larger requests get a block of their own),
+// all freed together.
+class arena {
+public:
+    void* allocate(size_t size) {
+        size = (size + alignof(void*) - 1) & ~(alignof(void*) - 1);
+        if (size > left_) {
+            size_t block = size > kArenaBlock / 4 ? size : kArenaBlock;
+            blocks_.emplace_back(new char[block]);
+            next_ = blocks_.back().get();
+            left_ = block;
+            if (block != kArenaBlock) {  // a large request: keep the current block's rest
+                left_ = 0;
+                return next_;
+            }
+        }
+        void* p = next_;
+        next_ += size;
+        left_ -= size;
+        return p;
+    }
+    const char* copy(const char* s, size_t len) {
+        char* p = static_cast<char*>(allocate(len + 1));
+        memcpy(p, s, len);
+        p[len] = '\0';
+        return p;
+    }
+
+private:
+    std::vector<std::unique_ptr<char[]>> blocks_;
+    char* next_ = nullptr;
+    size_t left_ = 0;
+};
+
+// Names stored once: an open-addressing table of the distinct names seen.
+class name_table {
+public:
+    explicit name_table(arena& a) : arena_(a), slots_(64, nullptr) {}
+    const char* intern(const char* name) {
+        size_t len = strlen(name);
+        size_t mask = slots_.size() - 1;
+        for (size_t i = hash(name, len) & mask;; i = (i + 1) & mask) {
+            const char*& slot = slots_[i];
+            if (!slot) {
+                slot = arena_.copy(name, len);
+                if (++count_ * 2 > slots_.size()) grow();
+                return find(name, len);
+            }
+            if (strcmp(slot, name) == 0) return slot;
+        }
+    }
+
+private:
+    static size_t hash(const char* s, size_t len) {
+        uint32_t h = 2166136261u;  // FNV-1a
+        for (size_t i = 0; i < len; ++i) h = (h ^ static_cast<unsigned char>(s[i])) * 16777619u;
+        return h;
+    }
+    const char* find(const char* name, size_t len) const {
+        size_t mask = slots_.size() - 1;
+        for (size_t i = hash(name, len) & mask;; i = (i + 1) & mask) {
+            if (strcmp(slots_[i], name) == 0) return slots_[i];
+        }
+    }
+    void grow() {
+        std::vector<const char*> old(slots_.size() * 2, nullptr);
+        old.swap(slots_);
+        size_t mask = slots_.size() - 1;
+        for (const char* s : old) {
+            if (!s) continue;
+            size_t i = hash(s, strlen(s)) & mask;
+            while (slots_[i]) i = (i + 1) & mask;
+            slots_[i] = s;
+        }
+    }
+
+    arena& arena_;
+    std::vector<const char*> slots_;
+    size_t count_ = 0;
+};
+
+// The DOM of one document.
+struct dom {
+    arena nodes;
+    name_table names{nodes};
+    xnode* root = nullptr;  // the document element
+};
+
+// Builds a dom from expat's events.
+class builder {
+public:
+    builder(dom& d, XML_Parser p) : dom_(d), parser_(p) { open_.push_back({&top_, nullptr}); }
+
+    static void XMLCALL on_start(void* self, const XML_Char* name, const XML_Char** atts) {
+        static_cast<builder*>(self)->start(name, atts);
+    }
+    static void XMLCALL on_end(void* self, const XML_Char*) { static_cast<builder*>(self)->end(); }
+    static void XMLCALL on_text(void* self, const XML_Char* s, int len) {
+        static_cast<builder*>(self)->text_.append(s, static_cast<size_t>(len));
+    }
+    static void XMLCALL on_cdata_start(void* self) {
+        builder* b = static_cast<builder*>(self);
+        b->flush_text();
+        b->in_cdata_ = true;
+    }
+    static void XMLCALL on_cdata_end(void* self) {
+        builder* b = static_cast<builder*>(self);
+        b->flush_text();  // a CDATA section is a node of its own, also when empty
+        b->in_cdata_ = false;
+    }
+    static void XMLCALL on_comment(void* self, const XML_Char* data) {
+        builder* b = static_cast<builder*>(self);
+        b->flush_text();
+        b->add(node_kind::comment, nullptr)->text = b->dom_.nodes.copy(data, strlen(data));
+    }
+    static void XMLCALL on_pi(void* self, const XML_Char* target, const XML_Char* data) {
+        builder* b = static_cast<builder*>(self);
+        b->flush_text();
+        b->add(node_kind::pi, b->dom_.names.intern(target))->text = b->dom_.nodes.copy(data, strlen(data));
+    }
+    static void XMLCALL on_entity_decl(void* self, const XML_Char*, int, const XML_Char*, int,
+                                       const XML_Char*, const XML_Char*, const XML_Char*, const XML_Char*) {
+        builder* b = static_cast<builder*>(self);
+        if (++b->entities_ > kMaxEntities) {
+            b->refused_ = "more than " + std::to_string(kMaxEntities) + " entity declarations";
+            XML_StopParser(b->parser_, XML_FALSE);
+        }
+    }
+
+    const std::string& refused() const { return refused_; }
+
+private:
+    struct level {
+        xnode* parent;
+        xnode* last_child;
+    };
+
+    xnode* add(node_kind kind, const char* name) {
+        xnode* n = static_cast<xnode*>(dom_.nodes.allocate(sizeof(xnode)));
+        n->kind = kind;
+        n->name = name;
+        n->text = nullptr;
+        n->first_child = nullptr;
+        n->next_sibling = nullptr;
+        level& at = open_.back();
+        if (at.last_child) {
+            at.last_child->next_sibling = n;
+        } else {
+            at.parent->first_child = n;
+        }
+        at.last_child = n;
+        return n;
+    }
+
+    void flush_text() {
+        if (text_.empty() && !in_cdata_) return;
+        add(node_kind::text, nullptr)->text = dom_.nodes.copy(text_.data(), text_.size());
+        text_.clear();
+    }
+
+    void start(const XML_Char* name, const XML_Char** atts) {
+        flush_text();
+        xnode* e = add(node_kind::element, dom_.names.intern(name));
+        size_t count = 0;
+        while (atts[count]) count += 2;
+        const char** a = static_cast<const char**>(dom_.nodes.allocate((count + 1) * sizeof(const char*)));
+        for (size_t i = 0; i < count; i += 2) {
+            a[i] = dom_.names.intern(atts[i]);
+            a[i + 1] = dom_.nodes.copy(atts[i + 1], strlen(atts[i + 1]));
+        }
+        a[count] = nullptr;
+        e->attrs = a;
+        if (open_.size() == 1) dom_.root = e;
+        open_.push_back({e, nullptr});
+    }
+
+    void end() {
+        flush_text();
+        open_.pop_back();
+    }
+
+    dom& dom_;
+    XML_Parser parser_;
+    xnode top_{};  // stands for the document: its children are the top-level nodes
+    std::vector<level> open_;
+    std::string text_;
+    bool in_cdata_ = false;
+    unsigned entities_ = 0;
+    std::string refused_;
+};
+
+const xnode* to_node(void* impl) { return static_cast<const xnode*>(impl); }
+
+// Throws the exception of a document that expat (or the builder) refused.
+[[noreturn]] void refuse(XML_Parser p, const std::string& builder_reason) {
+    unsigned line = static_cast<unsigned>(XML_GetCurrentLineNumber(p));
+    std::string reason = builder_reason.empty() ? XML_ErrorString(XML_GetErrorCode(p)) : builder_reason;
+    throw sysipc::exception("ill-formed XML at line " + std::to_string(line) + ": " + reason, std::string(),
+                            line);
+}
+
+struct parser_deleter {
+    void operator()(XML_ParserStruct* p) const { XML_ParserFree(p); }
+};
+
+}  // namespace
+
+node_kind node::kind() const { return impl_ ? to_node(impl_)->kind : node_kind::none; }
+
+const char* node::name() const {
+    if (!impl_) return "";
+    const xnode* n = to_node(impl_);
+    switch (n->kind) {
+        case node_kind::element:
+        case node_kind::pi:
+            return n->name;
+        case node_kind::comment:
+            return "comment";
+        case node_kind::text:
+            return "text";
+        default:
+            return "";
+    }
+}
+
+std::string node::content() const {
+    if (!impl_) return std::string();
+    const xnode* n = to_node(impl_);
+    if (n->kind != node_kind::element) return n->text;
+    // Concatenated text of every descendant, in document order, walked without recursion.
+    std::string out;
+    std::vector<const xnode*> pending;
+    for (const xnode* c = n->first_child; c || !pending.empty();) {
+        if (!c) {
+            c = pending.back()->next_sibling;
+            pending.pop_back();
+            continue;
+        }
+        if (c->kind == node_kind::text) out += c->text;
+        if (c->kind == node_kind::element && c->first_child) {
+            pending.push_back(c);
+            c = c->first_child;
+        } else {
+            c = c->next_sibling;
+        }
+    }
+    return out;
+}
+
+node node::first_child() const { return node(impl_ ? to_node(impl_)->first_child : nullptr); }
+
+node node::next_sibling() const { return node(impl_ ? to_node(impl_)->next_sibling : nullptr); }
+
+const char* node::attribute(const char* name) const {
+    if (!impl_ || !name) return nullptr;
+    const xnode* n = to_node(impl_);
+    if (n->kind != node_kind::element) return nullptr;
+    for (const char** a = n->attrs; *a; a += 2) {
+        if (strcmp(a[0], name) == 0) return a[1];
+    }
+    return nullptr;
+}
+
+parser::parser() {}
+parser::~parser() {}
+
+document::document(std::istream& in, bool /*validate: no DTD is ever loaded*/) {
+    if (!in) throw sysipc::exception("cannot read the XML stream");
+    std::streambuf* buf = in.rdbuf();
+    if (!buf) throw sysipc::exception("cannot read the XML stream");
+
+    std::unique_ptr<dom> d(new dom());
+    std::unique_ptr<XML_ParserStruct, parser_deleter> p(XML_ParserCreate(nullptr));
+    if (!p) throw sysipc::exception("cannot create the XML parser");
+    builder b(*d, p.get());
+    XML_SetUserData(p.get(), &b);
+    XML_SetElementHandler(p.get(), builder::on_start, builder::on_end);
+    XML_SetCharacterDataHandler(p.get(), builder::on_text);
+    XML_SetCdataSectionHandler(p.get(), builder::on_cdata_start, builder::on_cdata_end);
+    XML_SetCommentHandler(p.get(), builder::on_comment);
+    XML_SetProcessingInstructionHandler(p.get(), builder::on_pi);
+    XML_SetEntityDeclHandler(p.get(), builder::on_entity_decl);
+    XML_SetParamEntityParsing(p.get(), XML_PARAM_ENTITY_PARSING_NEVER);
+    XML_SetBillionLaughsAttackProtectionMaximumAmplification(p.get(), kMaxAmplification);
+    XML_SetBillionLaughsAttackProtectionActivationThreshold(p.get(), kAmplificationThreshold);
+
+    // Blocks are read straight into expat's buffer; like reading with a stream-buffer
+    // iterator, this leaves the stream's state flags alone.
+    bool any = false;
+    for (;;) {
+        void* block = XML_GetBuffer(p.get(), static_cast<int>(kReadBlock));
+        if (!block) refuse(p.get(), "out of memory");
+        std::streamsize got = buf->sgetn(static_cast<char*>(block), static_cast<std::streamsize>(kReadBlock));
+        if (got < 0) got = 0;
+        if (got == 0 && !any) throw sysipc::exception("empty XML stream", std::string(), 1);
+        any = true;
+        bool last = got < static_cast<std::streamsize>(kReadBlock);
+        if (XML_ParseBuffer(p.get(), static_cast<int>(got), last ? XML_TRUE : XML_FALSE) != XML_STATUS_OK)
+            refuse(p.get(), b.refused());
+        if (last) break;
+    }
+    impl_ = d.release();
+}
+
+document::~document() { delete static_cast<dom*>(impl_); }
+
+node document::root() const {
+    if (!impl_) return node();
+    return node(static_cast<dom*>(impl_)->root);
+}
+
+}  // namespace sysxml
