@@ -16,7 +16,7 @@ CMAKE_FLAGS ?=
 SANITIZER_ENV = ASAN_OPTIONS=detect_leaks=1:abort_on_error=0:exitcode=86 \
 	UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1:exitcode=86 LSAN_OPTIONS=exitcode=23
 
-.PHONY: all deps deps-arm build demo test bench test-arm build-arm test-sanitize build-asan leak-check \
+.PHONY: all deps deps-arm build demo test bench lib-sizes test-arm build-arm test-sanitize build-asan leak-check \
 	deps-fuzz build-fuzz fuzz update-symbols clean
 
 all: build
@@ -45,6 +45,10 @@ bench: deps
 	cmake -S . -B $(BUILD)-bench -DCMAKE_BUILD_TYPE=Release -DAIM_BUILD_BENCH=ON -DAIM_BUILD_TESTS=OFF $(CMAKE_FLAGS)
 	cmake --build $(BUILD)-bench -j $(JOBS) --target aim_bench
 	$(BUILD)-bench/bin/aim_bench --csv $(BUILD)-bench/aim_bench.csv $(BENCH_ARGS)
+
+# Stripped size of the library as built for the host (x86-64) and for the controller (ARM), both -O2.
+lib-sizes: build build-arm
+	scripts/lib-sizes.sh $(BUILD) $(ARM_BUILD)
 
 # 32-bit ARM (arm-linux-gnueabihf) build of everything, its tests run under qemu-arm. Optimised
 # as on the controller (so that the optimiser's warnings show), without debug information.

@@ -1,14 +1,19 @@
 // Whole parse_aim runs over generated AIM files of 256, 1024 and 4096 configs, side by side
-// with the lower bound of such a run measured in the same process: pugixml loading the same
-// file, the same number of rows inserted with one prepared statement in one transaction,
-// and one indexed lookup per config. For each size it prints and writes to a CSV file:
+// with the lower bound of such a run measured in the same process: a conforming parse of the
+// same file (expat over the same bytes with empty handlers), the same number of rows
+// inserted with one prepared statement in one transaction, and one indexed lookup per
+// config. For each size it prints and writes to a CSV file:
 //   - CPU time of both (median of interleaved repetitions), their ratio and T(N)/T(N/4);
 //   - the same in instructions, counted by callgrind in a child process (when valgrind is
 //     installed), each piece between client requests;
 //   - the peak RSS of a child process running one whole parse_aim and of one loading the
-//     file with pugixml;
+//     file with pugixml (the memory anchor: pugixml's compact DOM);
 //   - operator new calls per config of a whole run and of the reader alone;
-//   - the cost of each step of a run (wipe, filter, reader, walk, after the walk);
+//   - the cost of each step of a run (wipe, filter, reader, walk, after the walk, release of
+//     the tree);
+//   - of a whole run's instructions, the library's own: those outside the XML DOM (the
+//     sysxml calls, expat included) and the database client (the vqm_db_* calls, SQLite
+//     included), from callgrind's inclusive costs of those calls;
 //   - the page faults of a run, of the lower bound and of each step (median of the
 //     repetitions): memory that the allocator gave back to the kernel after the previous
 //     run is faulted in again, and that shows in the CPU time but not in the instructions.
@@ -18,7 +23,8 @@
 // the default, dynamic thresholds, whether it does depends on the sizes of the run's
 // largest blocks). It does not apply to the child processes.
 //
-// Usage: aim_bench [--sizes 256,1024,4096] [--reps N] [--csv FILE] [--no-callgrind] [--keep-heap]
+// Usage: aim_bench [--sizes 32,256,1024,4096] [--reps N] [--csv FILE] [--no-callgrind] [--keep-heap]
+#include <expat.h>
 #include <sqlite3.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -76,8 +82,8 @@ const char* const filtered_path = "/tmp/aim_filtered.xml";
 const char* const adapter_tables[] = {
     "PCIAdapter",          "PCIMisc",        "VPDs",   "Firmwares",  "PCINetwork", "PCIPhysicalPort",
     "PCIPhysicalPortStat", "PCILogicalPort", "PCIGPU", "PCIGPUChip", "AimDisks",   "PldmDeviceFirmware"};
-const char* const step_names[] = {"wipe", "filter", "reader", "walk", "after-walk"};
-const int step_count = 5;
+const char* const step_names[] = {"wipe", "filter", "reader", "walk", "after-walk", "release"};
+const int step_count = 6;
 
 double cpu_ms() {
     timespec t;
@@ -202,9 +208,32 @@ struct lower_bound {
         sqlite3_close(sql);
     }
 
+    // The conforming parse: the file read in blocks into expat's buffer, every event handled
+    // by a handler that does nothing.
+    static void XMLCALL no_start(void*, const XML_Char*, const XML_Char**) {}
+    static void XMLCALL no_end(void*, const XML_Char*) {}
+    static void XMLCALL no_text(void*, const XML_Char*, int) {}
+    bool parse() const {
+        FILE* f = fopen(file.c_str(), "rb");
+        if (!f) return false;
+        XML_Parser p = XML_ParserCreate(nullptr);
+        XML_SetElementHandler(p, no_start, no_end);
+        XML_SetCharacterDataHandler(p, no_text);
+        bool ok = true;
+        for (bool last = false; ok && !last;) {
+            const int block = 64 * 1024;
+            void* buf = XML_GetBuffer(p, block);
+            size_t got = buf ? fread(buf, 1, block, f) : 0;
+            last = got < static_cast<size_t>(block);
+            ok = buf && XML_ParseBuffer(p, static_cast<int>(got), last) == XML_STATUS_OK;
+        }
+        XML_ParserFree(p);
+        fclose(f);
+        return ok;
+    }
+
     bool run() {
-        pugi::xml_document doc;
-        if (!doc.load_file(file.c_str())) return false;
+        if (!parse()) return false;
         long found = 0;
         for (unsigned i = 0; i < configs; ++i) {
             aimbench::pci_address a = aimbench::config_address(i);
@@ -239,10 +268,8 @@ bool run_steps(_vqm_db_handle_t* db, const std::function<void(int, const std::fu
     ok = ok && p.init();
     around(2, [&] { ok = ok && doc->parse(filtered_path) == 0; });
     around(3, [&] { p.walk_configs(db, &doc->inventories); });
-    around(4, [&] {
-        p.handle_adapters_after_walk(db);
-        doc.reset();  // the tree is released at the end of a run
-    });
+    around(4, [&] { p.handle_adapters_after_walk(db); });
+    around(5, [&] { doc.reset(); });  // the tree is released at the end of a run
     unlink(host::map_path(filtered_path).c_str());
     return ok;
 }
@@ -334,8 +361,10 @@ std::map<std::string, double> parse_pairs(const std::string& text) {
     return out;
 }
 
-// Instructions of each callgrind dump in `dir`, by the name its client request gave.
-std::map<std::string, double> read_callgrind_dumps(const std::string& dir) {
+// Instructions of each callgrind dump in `dir`, by the name its client request gave; the
+// dump's file in `files` when given.
+std::map<std::string, double> read_callgrind_dumps(const std::string& dir,
+                                                   std::map<std::string, std::string>* files = nullptr) {
     std::map<std::string, double> out;
     DIR* d = opendir(dir.c_str());
     if (!d) return out;
@@ -350,10 +379,58 @@ std::map<std::string, double> read_callgrind_dumps(const std::string& dir) {
             if (line.compare(0, 8, "totals: ") == 0) total = atof(line.c_str() + 8);
             if (line.compare(0, 9, "summary: ") == 0 && total < 0) total = atof(line.c_str() + 9);
         }
-        if (!name.empty() && total >= 0) out[name] = total;
+        if (!name.empty() && total >= 0) {
+            out[name] = total;
+            if (files) (*files)[name] = dir + "/" + e->d_name;
+        }
     }
     closedir(d);
     return out;
+}
+
+// Inclusive instructions of the platform calls in a callgrind dump, as callgrind_annotate
+// gives them: `dom` those of the XML DOM (sysxml::document, node and parser members),
+// `client` those of the database client (vqm_db_* calls). Neither calls the other, and no
+// call of either family calls another of its own (extract_str_column_from_result, which
+// calls vqm_db_result_column_text, is left out: its own part is a few instructions), so
+// the sums count nothing twice. False when the dump cannot be read.
+bool platform_instructions(const std::string& dump, double& dom, double& client) {
+    dom = client = 0;
+    std::string cmd = "callgrind_annotate --inclusive=yes --threshold=100 '" + dump + "' 2>/dev/null";
+    FILE* p = popen(cmd.c_str(), "r");
+    if (!p) return false;
+    char line[8192];
+    bool any = false;
+    std::map<std::string, double> dom_fns, client_fns;
+    while (fgets(line, sizeof line, p)) {
+        // "   12,345,678 ( 1.23%)  file:function [object]"
+        char* q = line;
+        while (*q == ' ') ++q;
+        double n = 0;
+        bool digits = false;
+        for (; (*q >= '0' && *q <= '9') || *q == ','; ++q) {
+            if (*q == ',') continue;
+            n = n * 10 + (*q - '0');
+            digits = true;
+        }
+        const char* colon = digits ? strchr(q, ':') : nullptr;
+        if (!colon) continue;
+        any = true;
+        std::string fn = colon + 1;
+        fn = fn.substr(0, fn.find(" ["));  // the object file
+        while (!fn.empty() && (fn.back() == '\n' || fn.back() == ' ')) fn.pop_back();
+        if (fn.find("(anonymous namespace)") != std::string::npos) continue;
+        bool is_dom = fn.compare(0, 18, "sysxml::document::") == 0 ||
+                      fn.compare(0, 14, "sysxml::node::") == 0 || fn.compare(0, 16, "sysxml::parser::") == 0;
+        if (!is_dom && fn.compare(0, 7, "vqm_db_") != 0) continue;
+        // With debug information a function can be listed once per source file of its code;
+        // its inclusive cost is the largest of those.
+        double& best = (is_dom ? dom_fns : client_fns)[fn];
+        best = std::max(best, n);
+    }
+    for (const auto& f : dom_fns) dom += f.second;
+    for (const auto& f : client_fns) client += f.second;
+    return pclose(p) == 0 && any;
 }
 
 bool have_valgrind() { return system("valgrind --version > /dev/null 2>&1") == 0; }
@@ -365,6 +442,7 @@ struct result {
     long rows = 0;
     double whole_ms = 0, bound_ms = 0;
     double whole_ins = 0, bound_ins = 0;  // 0: not counted
+    double dom_ins = 0, client_ins = 0;   // of the whole run: the platform calls
     double step_ms[step_count] = {}, step_ins[step_count] = {};
     double rss_whole_kib = 0, rss_pugixml_kib = 0, rss_base_kib = 0;
     double news_per_config = 0, reader_news_per_config = 0;
@@ -441,8 +519,12 @@ bool measure(unsigned configs, int reps, bool callgrind, const std::string& self
                        "--callgrind-out-file=" + dir + "/callgrind.out", self, "--child", "callgrind",
                        std::to_string(configs), root},
                       out)) {
-            auto counts = read_callgrind_dumps(dir);
+            std::map<std::string, std::string> files;
+            auto counts = read_callgrind_dumps(dir, &files);
             r.whole_ins = counts["whole"];
+            if (!platform_instructions(files["whole"], r.dom_ins, r.client_ins))
+                fprintf(stderr, "aim_bench: callgrind_annotate could not split the run of %u configs\n",
+                        configs);
             r.bound_ins = counts["bound"];
             for (int s = 0; s < step_count; ++s) r.step_ins[s] = counts[step_names[s]];
         } else {
@@ -462,46 +544,67 @@ std::string fmt(double v, int decimals, const char* suffix = "") {
 
 std::string ratio(double a, double b) { return a > 0 && b > 0 ? fmt(a / b, 2) : "-"; }
 
+// The result of a quarter of r's size, or null.
+const result* quarter(const std::vector<result>& rs, const result& r) {
+    for (const result& c : rs) {
+        if (c.configs * 4 == r.configs) return &c;
+    }
+    return nullptr;
+}
+
 void print_tables(const std::vector<result>& rs, FILE* out) {
     fprintf(
         out,
-        "| Configs | Whole run | Lower bound | Ratio | T(N)/T(N/4) | Whole run (instr.) | Lower bound "
-        "(instr.) "
-        "| Ratio (instr.) | T(N)/T(N/4) (instr.) | Peak RSS run | Peak RSS pugixml | RSS ratio | Allocations "
-        "per config (reader) |\n");
-    fprintf(out, "|---|---|---|---|---|---|---|---|---|---|---|---|---|\n");
-    for (size_t i = 0; i < rs.size(); ++i) {
-        const result& r = rs[i];
-        const result* q = nullptr;
-        for (const result& c : rs) {
-            if (c.configs * 4 == r.configs) q = &c;
-        }
-        fprintf(out,
-                "| %u | %.1f ms | %.1f ms | %s | %s | %s | %s | %s | %s | %.1f MiB | %.1f MiB | %s | %.1f "
-                "(%.1f) |\n",
-                r.configs, r.whole_ms, r.bound_ms, ratio(r.whole_ms, r.bound_ms).c_str(),
-                q ? ratio(r.whole_ms, q->whole_ms).c_str() : "-",
-                r.whole_ins > 0 ? fmt(r.whole_ins / 1e6, 0, "M").c_str() : "-",
-                r.bound_ins > 0 ? fmt(r.bound_ins / 1e6, 0, "M").c_str() : "-",
-                ratio(r.whole_ins, r.bound_ins).c_str(), q ? ratio(r.whole_ins, q->whole_ins).c_str() : "-",
-                r.rss_whole_kib / 1024, r.rss_pugixml_kib / 1024,
-                ratio(r.rss_whole_kib, r.rss_pugixml_kib).c_str(), r.news_per_config,
-                r.reader_news_per_config);
-    }
-    fprintf(out, "\n| Configs | Page faults run | Page faults lower bound |\n|---|---|---|\n");
-    for (const result& r : rs)
-        fprintf(out, "| %u | %.0f | %.0f |\n", r.configs, r.whole_faults, r.bound_faults);
-    fprintf(out,
-            "\n| Configs | Step | CPU time | T(N)/T(N/4) | Page faults | Instructions | T(N)/T(N/4) (instr.) "
-            "|\n|---|---|---|---|---|---|---|\n");
+        "CPU time (median of the repetitions); growth T(N)/T(N/4) of the run, of the lower bound, and "
+        "the run's over the bound's:\n\n"
+        "| Configs | Whole run | Lower bound | Ratio | T(N)/T(N/4) run | T(N)/T(N/4) bound | Run growth / "
+        "bound growth | Page faults run | Page faults bound |\n|---|---|---|---|---|---|---|---|---|\n");
     for (const result& r : rs) {
-        const result* q = nullptr;
-        for (const result& c : rs) {
-            if (c.configs * 4 == r.configs) q = &c;
-        }
+        const result* q = quarter(rs, r);
+        double run_growth = q && q->whole_ms > 0 ? r.whole_ms / q->whole_ms : 0;
+        double bound_growth = q && q->bound_ms > 0 ? r.bound_ms / q->bound_ms : 0;
+        fprintf(out, "| %u | %.1f ms | %.1f ms | %s | %s | %s | %s | %.0f | %.0f |\n", r.configs, r.whole_ms,
+                r.bound_ms, ratio(r.whole_ms, r.bound_ms).c_str(), q ? fmt(run_growth, 2).c_str() : "-",
+                q ? fmt(bound_growth, 2).c_str() : "-", q ? ratio(run_growth, bound_growth).c_str() : "-",
+                r.whole_faults, r.bound_faults);
+    }
+    fprintf(out,
+            "\nInstructions (callgrind); the library's own are those outside the XML DOM (expat included) "
+            "and the database client (SQLite included):\n\n"
+            "| Configs | Whole run | Lower bound | Ratio | T(N)/T(N/4) | Library's own | XML DOM | Database "
+            "client |\n|---|---|---|---|---|---|---|---|\n");
+    for (const result& r : rs) {
+        const result* q = quarter(rs, r);
+        auto mega = [](double v) { return v > 0 ? fmt(v / 1e6, 0, "M") : std::string("-"); };
+        double own = r.whole_ins > 0 && r.dom_ins > 0 ? r.whole_ins - r.dom_ins - r.client_ins : 0;
+        fprintf(out, "| %u | %s | %s | %s | %s | %s | %s | %s |\n", r.configs, mega(r.whole_ins).c_str(),
+                mega(r.bound_ins).c_str(), ratio(r.whole_ins, r.bound_ins).c_str(),
+                q ? ratio(r.whole_ins, q->whole_ins).c_str() : "-", mega(own).c_str(),
+                mega(r.dom_ins).c_str(), mega(r.client_ins).c_str());
+    }
+    fprintf(out,
+            "\nMemory: peak RSS of a process running one whole run, and of one loading the file with pugixml "
+            "(the anchor):\n\n"
+            "| Configs | Peak RSS run | Peak RSS pugixml | RSS ratio | Allocations per config (reader) "
+            "|\n|---|---|---|---|---|\n");
+    for (const result& r : rs) {
+        fprintf(out, "| %u | %.1f MiB | %.1f MiB | %s | %.1f (%.1f) |\n", r.configs, r.rss_whole_kib / 1024,
+                r.rss_pugixml_kib / 1024, ratio(r.rss_whole_kib, r.rss_pugixml_kib).c_str(),
+                r.news_per_config, r.reader_news_per_config);
+    }
+    fprintf(
+        out,
+        "\nSteps (the bound's growth is the whole bound's):\n\n"
+        "| Configs | Step | CPU time | T(N)/T(N/4) | Growth / bound growth | Page faults | Instructions | "
+        "T(N)/T(N/4) (instr.) |\n|---|---|---|---|---|---|---|---|\n");
+    for (const result& r : rs) {
+        const result* q = quarter(rs, r);
+        double bound_growth = q && q->bound_ms > 0 ? r.bound_ms / q->bound_ms : 0;
         for (int s = 0; s < step_count; ++s) {
-            fprintf(out, "| %u | %s | %.2f ms | %s | %.0f | %s | %s |\n", r.configs, step_names[s],
-                    r.step_ms[s], q ? ratio(r.step_ms[s], q->step_ms[s]).c_str() : "-", r.step_faults[s],
+            double growth = q && q->step_ms[s] > 0 ? r.step_ms[s] / q->step_ms[s] : 0;
+            fprintf(out, "| %u | %s | %.2f ms | %s | %s | %.0f | %s | %s |\n", r.configs, step_names[s],
+                    r.step_ms[s], q ? fmt(growth, 2).c_str() : "-",
+                    q ? ratio(growth, bound_growth).c_str() : "-", r.step_faults[s],
                     r.step_ins[s] > 0 ? fmt(r.step_ins[s] / 1e6, 1, "M").c_str() : "-",
                     q ? ratio(r.step_ins[s], q->step_ins[s]).c_str() : "-");
         }
@@ -511,17 +614,19 @@ void print_tables(const std::vector<result>& rs, FILE* out) {
 void write_csv(const std::vector<result>& rs, const std::string& path, bool heap_kept) {
     FILE* f = fopen(path.c_str(), "w");
     if (!f) return;
-    fprintf(f,
-            "configs,rows,whole_cpu_ms,bound_cpu_ms,whole_instr,bound_instr,rss_run_kib,rss_pugixml_kib,"
-            "rss_process_base_kib,news_per_config,reader_news_per_config");
+    fprintf(
+        f,
+        "configs,rows,whole_cpu_ms,bound_cpu_ms,whole_instr,bound_instr,dom_instr,client_instr,rss_run_kib,"
+        "rss_pugixml_kib,"
+        "rss_process_base_kib,news_per_config,reader_news_per_config");
     for (const char* s : step_names) fprintf(f, ",%s_cpu_ms,%s_instr", s, s);
     fprintf(f, ",whole_page_faults,bound_page_faults");
     for (const char* s : step_names) fprintf(f, ",%s_page_faults", s);
     fprintf(f, ",heap_kept\n");
     for (const result& r : rs) {
-        fprintf(f, "%u,%ld,%.3f,%.3f,%.0f,%.0f,%.0f,%.0f,%.0f,%.2f,%.2f", r.configs, r.rows, r.whole_ms,
-                r.bound_ms, r.whole_ins, r.bound_ins, r.rss_whole_kib, r.rss_pugixml_kib, r.rss_base_kib,
-                r.news_per_config, r.reader_news_per_config);
+        fprintf(f, "%u,%ld,%.3f,%.3f,%.0f,%.0f,%.0f,%.0f,%.0f,%.0f,%.0f,%.2f,%.2f", r.configs, r.rows,
+                r.whole_ms, r.bound_ms, r.whole_ins, r.bound_ins, r.dom_ins, r.client_ins, r.rss_whole_kib,
+                r.rss_pugixml_kib, r.rss_base_kib, r.news_per_config, r.reader_news_per_config);
         for (int s = 0; s < step_count; ++s) fprintf(f, ",%.3f,%.0f", r.step_ms[s], r.step_ins[s]);
         fprintf(f, ",%.0f,%.0f", r.whole_faults, r.bound_faults);
         for (int s = 0; s < step_count; ++s) fprintf(f, ",%.0f", r.step_faults[s]);
@@ -544,7 +649,7 @@ int main(int argc, char** argv) {
     if (argc == 5 && strcmp(argv[1], "--child") == 0)
         return child_main(argv[2], (unsigned)atoi(argv[3]), argv[4]);
 
-    std::vector<unsigned> sizes = {256, 1024, 4096};
+    std::vector<unsigned> sizes = {32, 256, 1024, 4096};
     int reps = 5;
     bool callgrind = true;
     bool keep_heap = false;
@@ -565,10 +670,10 @@ int main(int argc, char** argv) {
             keep_heap = true;
         } else {
             bool help = a == "--help" || a == "-h";
-            fprintf(
-                help ? stdout : stderr,
-                "usage: %s [--sizes 256,1024,4096] [--reps N] [--csv FILE] [--no-callgrind] [--keep-heap]\n",
-                argv[0]);
+            fprintf(help ? stdout : stderr,
+                    "usage: %s [--sizes 32,256,1024,4096] [--reps N] [--csv FILE] [--no-callgrind] "
+                    "[--keep-heap]\n",
+                    argv[0]);
             return help ? 0 : 2;
         }
     }

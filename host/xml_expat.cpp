@@ -26,6 +26,7 @@
 #define XML_DTD
 #endif
 #include <expat.h>
+#include <stdint.h>
 #include <string.h>
 
 #include <istream>
@@ -54,6 +55,7 @@ const size_t kArenaBlock = 64 * 1024;
 // the other kinds have a text instead.
 struct xnode {
     node_kind kind;
+    uint32_t length;   // bytes of `text`
     const char* name;  // element name, processing-instruction target; null otherwise
     union {
         const char* text;    // text, comment, processing-instruction data
@@ -97,50 +99,55 @@ private:
     size_t left_ = 0;
 };
 
-// Names stored once: an open-addressing table of the distinct names seen.
+// Names stored once: an open-addressing table of the distinct names seen, each entry with
+// the name's hash and length, so that a lookup reads the name once and compares it once.
 class name_table {
 public:
-    explicit name_table(arena& a) : arena_(a), slots_(64, nullptr) {}
+    explicit name_table(arena& a) : arena_(a), slots_(64) {}
     const char* intern(const char* name) {
         size_t len = strlen(name);
+        uint32_t h = hash(name, len);
         size_t mask = slots_.size() - 1;
-        for (size_t i = hash(name, len) & mask;; i = (i + 1) & mask) {
-            const char*& slot = slots_[i];
-            if (!slot) {
-                slot = arena_.copy(name, len);
+        for (size_t i = h & mask;; i = (i + 1) & mask) {
+            entry& e = slots_[i];
+            if (!e.name) {
+                const char* copy = arena_.copy(name, len);
+                e = {copy, h, len};
                 if (++count_ * 2 > slots_.size()) grow();
-                return find(name, len);
+                return copy;
             }
-            if (strcmp(slot, name) == 0) return slot;
+            if (e.hash == h && e.length == len && memcmp(e.name, name, len) == 0) return e.name;
         }
     }
 
 private:
-    static size_t hash(const char* s, size_t len) {
-        uint32_t h = 2166136261u;  // FNV-1a
-        for (size_t i = 0; i < len; ++i) h = (h ^ static_cast<unsigned char>(s[i])) * 16777619u;
-        return h;
+    // Markup names are short and mostly differ in their length, first, middle or last byte.
+    static uint32_t hash(const char* s, size_t len) {
+        if (len == 0) return 0;
+        uint32_t h = static_cast<uint32_t>(len) * 0x9E3779B1u;
+        h ^= static_cast<unsigned char>(s[0]) | static_cast<unsigned char>(s[len / 2]) << 8 |
+             static_cast<uint32_t>(static_cast<unsigned char>(s[len - 1])) << 16;
+        return h ^ (h >> 15);
     }
-    const char* find(const char* name, size_t len) const {
-        size_t mask = slots_.size() - 1;
-        for (size_t i = hash(name, len) & mask;; i = (i + 1) & mask) {
-            if (strcmp(slots_[i], name) == 0) return slots_[i];
-        }
-    }
+    struct entry {
+        const char* name = nullptr;
+        uint32_t hash = 0;
+        size_t length = 0;
+    };
     void grow() {
-        std::vector<const char*> old(slots_.size() * 2, nullptr);
+        std::vector<entry> old(slots_.size() * 2);
         old.swap(slots_);
         size_t mask = slots_.size() - 1;
-        for (const char* s : old) {
-            if (!s) continue;
-            size_t i = hash(s, strlen(s)) & mask;
-            while (slots_[i]) i = (i + 1) & mask;
-            slots_[i] = s;
+        for (const entry& e : old) {
+            if (!e.name) continue;
+            size_t i = e.hash & mask;
+            while (slots_[i].name) i = (i + 1) & mask;
+            slots_[i] = e;
         }
     }
 
     arena& arena_;
-    std::vector<const char*> slots_;
+    std::vector<entry> slots_;
     size_t count_ = 0;
 };
 
@@ -176,12 +183,12 @@ public:
     static void XMLCALL on_comment(void* self, const XML_Char* data) {
         builder* b = static_cast<builder*>(self);
         b->flush_text();
-        b->add(node_kind::comment, nullptr)->text = b->dom_.nodes.copy(data, strlen(data));
+        b->add(node_kind::comment, nullptr, data, strlen(data));
     }
     static void XMLCALL on_pi(void* self, const XML_Char* target, const XML_Char* data) {
         builder* b = static_cast<builder*>(self);
         b->flush_text();
-        b->add(node_kind::pi, b->dom_.names.intern(target))->text = b->dom_.nodes.copy(data, strlen(data));
+        b->add(node_kind::pi, b->dom_.names.intern(target), data, strlen(data));
     }
     static void XMLCALL on_entity_decl(void* self, const XML_Char*, int, const XML_Char*, int,
                                        const XML_Char*, const XML_Char*, const XML_Char*, const XML_Char*) {
@@ -200,11 +207,21 @@ private:
         xnode* last_child;
     };
 
-    xnode* add(node_kind kind, const char* name) {
-        xnode* n = static_cast<xnode*>(dom_.nodes.allocate(sizeof(xnode)));
+    // A new last child of the open element; a text (of `length` bytes) is stored right after
+    // the node.
+    xnode* add(node_kind kind, const char* name, const char* text = nullptr, size_t length = 0) {
+        size_t size = sizeof(xnode) + (text ? length + 1 : 0);
+        xnode* n = static_cast<xnode*>(dom_.nodes.allocate(size));
         n->kind = kind;
+        n->length = static_cast<uint32_t>(length);
         n->name = name;
         n->text = nullptr;
+        if (text) {
+            char* copy = reinterpret_cast<char*>(n + 1);
+            memcpy(copy, text, length);
+            copy[length] = '\0';
+            n->text = copy;
+        }
         n->first_child = nullptr;
         n->next_sibling = nullptr;
         level& at = open_.back();
@@ -219,7 +236,13 @@ private:
 
     void flush_text() {
         if (text_.empty() && !in_cdata_) return;
-        add(node_kind::text, nullptr)->text = dom_.nodes.copy(text_.data(), text_.size());
+        if (text_.size() > UINT32_MAX) {
+            refused_ = "a text of more than 4 GiB";
+            XML_StopParser(parser_, XML_FALSE);
+            text_.clear();
+            return;
+        }
+        add(node_kind::text, nullptr, text_.data(), text_.size());
         text_.clear();
     }
 
@@ -291,7 +314,7 @@ const char* node::name() const {
 std::string node::content() const {
     if (!impl_) return std::string();
     const xnode* n = to_node(impl_);
-    if (n->kind != node_kind::element) return n->text;
+    if (n->kind != node_kind::element) return std::string(n->text, n->length);
     // Concatenated text of every descendant, in document order, walked without recursion.
     std::string out;
     std::vector<const xnode*> pending;
@@ -301,7 +324,7 @@ std::string node::content() const {
             pending.pop_back();
             continue;
         }
-        if (c->kind == node_kind::text) out += c->text;
+        if (c->kind == node_kind::text) out.append(c->text, c->length);
         if (c->kind == node_kind::element && c->first_child) {
             pending.push_back(c);
             c = c->first_child;
