@@ -1,0 +1,94 @@
+// aimctl serve --db DB [--bind ADDR] [--port N]: the inventory database as a read-only
+// Redfish service and inventory page over HTTP, until SIGINT or SIGTERM.
+#include <pthread.h>
+#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "redfish/http.h"
+#include "tools/aimctl/command.h"
+
+namespace aimctl {
+namespace {
+
+int run_serve(const std::vector<std::string>& args) {
+    std::string db_path, address = "127.0.0.1", port_text = "8000";
+    for (size_t i = 0; i < args.size(); ++i) {
+        const std::string& a = args[i];
+        if (a == "--db" || a == "--bind" || a == "--port") {
+            if (i + 1 >= args.size()) return usage_error("serve", a + " needs a value");
+            (a == "--db" ? db_path : a == "--bind" ? address : port_text) = args[++i];
+        } else if (a.size() > 1 && a[0] == '-') {
+            return usage_error("serve", "unknown option '" + a + "'");
+        } else {
+            return usage_error("serve", "unexpected argument '" + a + "'");
+        }
+    }
+    if (db_path.empty()) return usage_error("serve", "missing --db DB");
+    char* end = nullptr;
+    long port = strtol(port_text.c_str(), &end, 10);
+    if (port_text.empty() || *end || port < 0 || port > 65535)
+        return usage_error("serve", "--port needs a number from 0 to 65535");
+    struct stat st;
+    if (stat(db_path.c_str(), &st) != 0) {
+        fprintf(stderr, "aimctl serve: no database '%s'\n", db_path.c_str());
+        return exit_failed;
+    }
+
+    // SIGINT and SIGTERM are taken by one thread that stops the server; the server's
+    // threads, started after this, never see them. SIGUSR1 ends that thread otherwise.
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    sigaddset(&signals, SIGUSR1);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+
+    redfish::http_server server(db_path);
+    int bound = server.bind(address, static_cast<int>(port));
+    if (bound < 0) {
+        fprintf(stderr, "aimctl serve: cannot listen on %s:%ld\n", address.c_str(), port);
+        return exit_failed;
+    }
+    std::string host = address.find(':') != std::string::npos ? "[" + address + "]" : address;
+    printf("listening on http://%s:%d\n", host.c_str(), bound);
+    fflush(stdout);
+
+    std::thread watcher([&] {
+        int sig = 0;
+        sigwait(&signals, &sig);
+        server.stop();
+    });
+    bool ok = server.run();
+    pthread_kill(watcher.native_handle(), SIGUSR1);
+    watcher.join();
+    if (!ok) {
+        fprintf(stderr, "aimctl serve: the server stopped with an error\n");
+        return exit_failed;
+    }
+    return exit_ok;
+}
+
+}  // namespace
+
+AIMCTL_COMMAND("serve", "serve an inventory database as Redfish and an inventory page",
+               "usage: aimctl serve --db DB [--bind ADDR] [--port N]\n\n"
+               "Serves the inventory database DB over HTTP/1.1 as a read-only Redfish service\n"
+               "(GET and HEAD of every resource that 'aimctl redfish' shows) and, at /, an\n"
+               "inventory page that shows each adapter by slot. The database is read afresh\n"
+               "for each request, so a new 'aimctl ingest' shows without a restart; no request\n"
+               "changes it (any other method is answered 405).\n"
+               "  --bind ADDR  address to listen on (default 127.0.0.1)\n"
+               "  --port N     port (default 8000; 0 picks a free port)\n\n"
+               "The first line printed is 'listening on http://ADDR:PORT'. SIGINT or SIGTERM\n"
+               "stops the server.\n\n"
+               "Exit status: 0 when stopped by a signal, 1 when DB does not exist or the address\n"
+               "cannot be bound, 2 for bad arguments.\n",
+               run_serve);
+
+}  // namespace aimctl
