@@ -16,7 +16,7 @@ CMAKE_FLAGS ?=
 SANITIZER_ENV = ASAN_OPTIONS=detect_leaks=1:abort_on_error=0:exitcode=86 \
 	UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1:exitcode=86 LSAN_OPTIONS=exitcode=23
 
-.PHONY: all deps deps-arm build demo test bench lib-sizes test-arm build-arm test-sanitize build-asan leak-check \
+.PHONY: all deps deps-arm deps-web build demo test test-web bench lib-sizes test-arm build-arm test-sanitize build-asan leak-check \
 	deps-fuzz build-fuzz fuzz update-symbols clean
 
 all: build
@@ -36,8 +36,17 @@ build: deps $(BUILD)/CMakeCache.txt
 demo: build
 	@scripts/demo.sh $(BUILD)
 
+# Every test but the browser's (make test-web).
 test: build
-	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
+	cd $(BUILD) && ctest --output-on-failure -j $(JOBS) -LE web
+
+# The inventory page of every example machine in headless Chromium (Debian's chromium, installed
+# here); the screenshots land in $(BUILD)/inventory-MACHINE.png.
+deps-web:
+	@scripts/install-deps.sh web
+
+test-web: build deps-web
+	cd $(BUILD) && ctest --output-on-failure -j $(JOBS) -L web
 
 # Benchmarks in their own optimised build tree, so the main build keeps its settings.
 # BENCH_ARGS passes options to aim_bench (`--keep-heap`, `--sizes 1024,4096`, `--reps N`, ...).
@@ -69,7 +78,7 @@ build-asan: deps
 	cmake --build $(ASAN_BUILD) -j $(JOBS)
 
 test-sanitize: build-asan
-	cd $(ASAN_BUILD) && $(SANITIZER_ENV) ctest --output-on-failure -j $(JOBS)
+	cd $(ASAN_BUILD) && $(SANITIZER_ENV) ctest --output-on-failure -j $(JOBS) -LE web
 
 # A whole `aimctl ingest` of every example machine in the sanitizer build: no leak, no error.
 leak-check: build-asan

@@ -8,6 +8,7 @@
 #include "redfish/http.h"
 
 #include <httplib.h>
+#include <sys/socket.h>
 
 #include <algorithm>
 #include <string>
@@ -20,6 +21,9 @@ namespace redfish {
 namespace {
 
 const size_t kWorkers = 16;
+// Connections waiting to be accepted; cpp-httplib's own is 5, which a burst of 50 clients
+// overflows.
+const int kBacklog = 128;
 const char* const kAllow = "GET, HEAD";
 
 // True when `s` is well-formed UTF-8 without control bytes.
@@ -58,6 +62,7 @@ void send_json(httplib::Response& res, int status, const json& body) {
 struct http_server::impl {
     std::string database;
     httplib::Server server;
+    int listener = -1;  // the listening socket, once bound
 };
 
 http_server::http_server(std::string database) : p_(new impl) {
@@ -68,6 +73,14 @@ http_server::http_server(std::string database) : p_(new impl) {
     s.set_write_timeout(5, 0);
     s.set_keep_alive_max_count(100);
     s.set_payload_max_length(64 * 1024);
+    // SO_REUSEADDR only (cpp-httplib sets SO_REUSEPORT, which would let a second server
+    // share a port that this one already serves).
+    impl* state = p_.get();
+    s.set_socket_options([state](socket_t sock) {
+        int yes = 1;
+        setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+        state->listener = sock;
+    });
 
     s.set_pre_routing_handler([](const httplib::Request& req, httplib::Response& res) {
         if (clean_path(req.path) && !dot_dot(req.path)) return httplib::Server::HandlerResponse::Unhandled;
@@ -121,8 +134,9 @@ http_server::http_server(std::string database) : p_(new impl) {
 http_server::~http_server() = default;
 
 int http_server::bind(const std::string& address, int port) {
-    if (port == 0) return p_->server.bind_to_any_port(address);
-    return p_->server.bind_to_port(address, port) ? port : -1;
+    int bound = port == 0 ? p_->server.bind_to_any_port(address) : p_->server.bind_to_port(address, port) ? port : -1;
+    if (bound >= 0 && p_->listener >= 0) ::listen(p_->listener, kBacklog);
+    return bound;
 }
 
 bool http_server::run() { return p_->server.listen_after_bind(); }

@@ -262,6 +262,18 @@ std::string address_id(const rec& r) {
     return buf;
 }
 
+// A GPU that the AIM file did not describe, as the controller recognises one on the system
+// board (location 1): an NVIDIA display controller, an AMD display controller or processing
+// accelerator, a Qualcomm processing accelerator ("FunType" 4 display, 16 accelerator).
+bool gpu_without_aim_data(const service::model::device& d) {
+    if (!d.present) return false;
+    const rec& f = d.functions.front();
+    int64_t vendor = f.number("VendorId").value_or(0), type = f.number("FunType").value_or(0);
+    if (f.number("Location") != 1) return false;
+    return (vendor == 0x10DE && type == 4) || (vendor == 0x1002 && (type == 4 || type == 16)) ||
+           (vendor == 0x17CB && type == 16);
+}
+
 // Makes every Id of `ids` unique by appending "_2", "_3", ... to repeats.
 void unique_ids(std::vector<std::string*> ids) {
     std::map<std::string, int> seen;
@@ -334,6 +346,7 @@ service::model::model(const snapshot& db) {
                 has_chip = has_chip || chip.number("PCIFuncKey") == g.number("PCIFuncKey");
             if (!has_chip) processors.push_back({d.id + "_GPU", "", &d, {g}, {}});
         }
+        if (d.gpus.empty() && d.chips.empty() && gpu_without_aim_data(d)) processors.push_back({d.id + "_GPU", "", &d, {}, {}});
     }
     ids.clear();
     for (auto& p : processors) ids.push_back(&p.id);
@@ -359,7 +372,8 @@ service::model::model(const snapshot& db) {
         storage& s = storages[it->second];
         s.drives.push_back(disk);
         auto bay = disk.text("BayNo");
-        s.drive_ids.push_back(bay ? "Bay_" + id_of(*bay) : "Drive_" + std::to_string(disk.id()));
+        bool numbered = bay && std::all_of(bay->begin(), bay->end(), [](char c) { return c >= '0' && c <= '9'; });
+        s.drive_ids.push_back(!bay ? "Drive_" + std::to_string(disk.id()) : numbered ? "Bay_" + *bay : id_of(*bay));
     }
     ids.clear();
     for (auto& s : storages) ids.push_back(&s.id);

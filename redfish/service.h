@@ -6,7 +6,8 @@
 //   Systems/system                      the host, with its PCIe devices, Processors, Storage
 //     PCIeDevices/{device}              one per adapter: a PCI device with a "PCIAdapter" row
 //       PCIeFunctions/{function}        one per present function ("PCIs")
-//     Processors/{gpu}                  one per GPU chip ("PCIGPUChip"), or per "PCIGPU" row
+//     Processors/{gpu}                  one per GPU chip ("PCIGPUChip"), or per "PCIGPU" row; a
+//                                       GPU without AIM data from its "PCIs" and "VPDs" rows
 //     Storage/{controller}/Drives/{bay} one per controller with "AimDisks" rows, and its drives
 //   Chassis/chassis                     with links to the PCIe devices and drives
 //     NetworkAdapters/{device}          one per adapter with "PCINetwork" or port rows

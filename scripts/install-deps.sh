@@ -2,18 +2,22 @@
 # Installs the Debian packages that building and testing need (Debian 12). Safe to re-run:
 # packages already present are not fetched again.
 #
-# usage: scripts/install-deps.sh [arm]
+# usage: scripts/install-deps.sh [arm] [fuzz] [web]
 #   arm   also the 32-bit ARM cross compiler and the user-mode emulator (make test-arm)
 #   fuzz  also clang and libFuzzer's runtime (make fuzz)
+#   web   also Debian's Chromium (make test-web)
 set -euo pipefail
-# (pugixml only for the benchmark's memory anchor)
+# (pugixml only for the benchmark's memory anchor; cpp-httplib for aimctl serve; redfishtool,
+# python3-sushy and apache2-utils are the Redfish clients and the load generator of the tests)
 PKGS=(build-essential cmake pkg-config libexpat1-dev libpugixml-dev libsqlite3-dev nlohmann-json3-dev
-      libgtest-dev libgmock-dev valgrind libxml2-utils sqlite3 man-db bsdextrautils)
+      libgtest-dev libgmock-dev valgrind libxml2-utils sqlite3 man-db bsdextrautils
+      libcpp-httplib-dev redfishtool python3-sushy apache2-utils)
 for group in "$@"; do
   case "$group" in
     arm) PKGS+=(g++-arm-linux-gnueabihf qemu-user) ;;
     fuzz) PKGS+=(clang-14 libclang-rt-14-dev) ;;
-    *) echo "install-deps: unknown group '$group' (known: arm, fuzz)" >&2; exit 2 ;;
+    web) PKGS+=(chromium fonts-dejavu-core) ;;
+    *) echo "install-deps: unknown group '$group' (known: arm, fuzz, web)" >&2; exit 2 ;;
   esac
 done
 missing=()

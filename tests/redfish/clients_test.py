@@ -1,0 +1,348 @@
+#!/usr/bin/python3
+"""The Redfish service of an example machine as real clients see it.
+
+Ingests examples/aim/MACHINE.xml on the example machine into a fresh inventory database,
+serves it with `aimctl serve --port 0`, and then:
+  crawler     follows every link from /redfish/v1: every resource answers 200 with
+              application/json and OData-Version 4.0, names itself, has the members its kind
+              requires, every collection counts its members; every row of the adapter tables
+              stands whole (its Oem.AIM object) in some resource;
+  redfishtool reads Systems, Systems Processors, Chassis and raw GETs of a PCIe device, a
+              drive and a firmware entry (exit 0, the same JSON as the service);
+  sushy       reads the system, its GPUs, storage drives, network adapters and firmware
+              inventory, and the values match the database;
+  read-only   no request changes the database; a new `aimctl ingest` shows without a restart;
+  --load      2000 requests over 50 connections (ab) are all answered; prints requests/s;
+  --hostile   overlong URIs and headers, ".." segments, non-UTF-8 bytes, a POST session login
+              and many idle connections get error answers, and the server keeps serving;
+and stops the server with SIGTERM (exit 0). Prints '1 passed, 0 failed' or the failures.
+"""
+import argparse, hashlib, json, os, re, signal, socket, sqlite3, subprocess, sys, tempfile, time
+import urllib.error, urllib.request
+
+TABLES = ["PCIAdapter", "VPDs", "Firmwares", "PldmDeviceFirmware", "PCIPhysicalPort", "PCILogicalPort",
+          "PCIGPU", "PCIGPUChip", "AimDisks"]
+# Resource kinds whose schema has no Id/Name/Status requirement of their own.
+COLLECTION = re.compile(r"Collection\.")
+failures = []
+
+
+def fail(what):
+    failures.append(what)
+    print("FAIL " + what, flush=True)
+
+
+def check(cond, what):
+    if not cond:
+        fail(what)
+    return cond
+
+
+def run(cmd, **kw):
+    return subprocess.run(cmd, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, timeout=120, **kw)
+
+
+class Service:
+    def __init__(self, aimctl, db):
+        self.proc = subprocess.Popen([aimctl, "serve", "--db", db, "--port", "0"], stdout=subprocess.PIPE,
+                                     stderr=subprocess.PIPE, text=True)
+        line = self.proc.stdout.readline().strip()
+        m = re.fullmatch(r"listening on http://127\.0\.0\.1:(\d+)", line)
+        if not m:
+            raise SystemExit("serve printed %r first" % line)
+        self.port = int(m.group(1))
+        self.base = "http://127.0.0.1:%d" % self.port
+
+    def get(self, uri, method="GET"):
+        req = urllib.request.Request(self.base + uri, method=method)
+        try:
+            with urllib.request.urlopen(req, timeout=20) as r:
+                return r.status, dict(r.headers), r.read()
+        except urllib.error.HTTPError as e:
+            return e.code, dict(e.headers), e.read()
+
+    def stop(self):
+        self.proc.send_signal(signal.SIGTERM)
+        try:
+            code = self.proc.wait(timeout=10)
+        except subprocess.TimeoutExpired:
+            self.proc.kill()
+            code = "no exit within 10 s"
+        check(code == 0, "serve stopped by SIGTERM exits %s, not 0" % code)
+        err = self.proc.stderr.read()
+        check("ERROR" not in err and "Sanitizer" not in err, "serve wrote to stderr: " + err[-2000:])
+
+
+def rows(db, table):
+    con = sqlite3.connect("file:%s?mode=ro" % db, uri=True)
+    con.row_factory = sqlite3.Row
+    try:
+        out = [dict(r) for r in con.execute('SELECT * FROM "%s" ORDER BY _id' % table)]
+    finally:
+        con.close()
+    return [{k: v for k, v in r.items() if v is not None and k != "_id"} for r in out]
+
+
+def tables_digest(db):
+    h = hashlib.sha256()
+    for t in TABLES + ["PCIs", "PCIMisc", "PCINetwork", "PCIPhysicalPortStat"]:
+        h.update(repr(rows(db, t)).encode())
+    return h.hexdigest()
+
+
+def links(obj, out):
+    if isinstance(obj, dict):
+        for k, v in obj.items():
+            if k == "@odata.id" and isinstance(v, str):
+                out.add(v)
+            else:
+                links(v, out)
+    elif isinstance(obj, list):
+        for v in obj:
+            links(v, out)
+
+
+def oem_rows(obj, out):
+    """Every object that stands in an Oem.AIM member, at any depth."""
+    def collect(v):
+        if isinstance(v, dict):
+            out.append(v)
+            for x in v.values():
+                collect(x)
+        elif isinstance(v, list):
+            for x in v:
+                collect(x)
+    if isinstance(obj, dict):
+        for k, v in obj.items():
+            if k == "Oem" and isinstance(v, dict) and "AIM" in v:
+                collect(v["AIM"])
+            else:
+                oem_rows(v, out)
+    elif isinstance(obj, list):
+        for v in obj:
+            oem_rows(v, out)
+
+
+def crawl(svc, db):
+    seen, queue, resources = set(), ["/redfish/v1"], {}
+    while queue:
+        uri = queue.pop(0)
+        if uri in seen:
+            continue
+        seen.add(uri)
+        status, headers, body = svc.get(uri)
+        if not check(status == 200, "%s answers %s" % (uri, status)):
+            continue
+        check(headers.get("Content-Type") == "application/json", "%s: Content-Type %r" % (uri, headers.get("Content-Type")))
+        check(headers.get("OData-Version") == "4.0", "%s: OData-Version %r" % (uri, headers.get("OData-Version")))
+        js = json.loads(body)
+        resources[uri] = js
+        check(js.get("@odata.id") == uri, "%s names itself %r" % (uri, js.get("@odata.id")))
+        t = js.get("@odata.type", "")
+        check(re.fullmatch(r"#\w+(\.v\d+_\d+_\d+)?\.\w+", t), "%s: @odata.type %r" % (uri, t))
+        check(js.get("Name"), "%s has no Name" % uri)
+        if COLLECTION.search(t):
+            check(js.get("Members@odata.count") == len(js.get("Members", [None])), "%s miscounts its Members" % uri)
+        else:
+            check(js.get("Id"), "%s has no Id" % uri)
+            if not t.startswith("#ServiceRoot."):
+                check(isinstance(js.get("Status"), dict) and js["Status"].get("State"), "%s has no Status.State" % uri)
+        out = set()
+        links(js, out)
+        for u in sorted(out):
+            check(u.startswith("/redfish/v1"), "%s links outside the service: %s" % (uri, u))
+            if u not in seen:
+                queue.append(u)
+    # Every row of the adapter tables, whole, in some resource.
+    objects = []
+    oem_rows(resources, objects)
+    for table in TABLES:
+        for r in rows(db, table):
+            check(r in objects, "a %s row shows in no resource: %s" % (table, r))
+    return resources
+
+
+def redfishtool(svc, resources):
+    tool = ["redfishtool", "-S", "Never", "-A", "None", "-r", "127.0.0.1:%d" % svc.port]
+    picks = [["Systems"], ["Systems", "Processors"], ["Chassis"]]
+    for kind in ["/PCIeDevices/", "/Drives/", "/FirmwareInventory/"]:
+        uris = sorted(u for u in resources if kind in u and u.rsplit("/", 1)[0].endswith(kind.strip("/")))
+        if uris:
+            picks.append(["raw", "GET", uris[0]])
+    for args in picks:
+        r = run(tool + args)
+        if not check(r.returncode == 0, "redfishtool %s exits %d: %s" % (" ".join(args), r.returncode, r.stderr[-500:])):
+            continue
+        got = json.loads(r.stdout)
+        uri = got.get("@odata.id")
+        check(uri in resources and got == resources[uri], "redfishtool %s differs from the service" % " ".join(args))
+    return len(picks)
+
+
+def sushy_reads(svc, db):
+    import sushy
+    from sushy import auth
+    root = sushy.Sushy(svc.base + "/redfish/v1", auth=auth.BasicAuth("user", "password"))
+    system = root.get_system("/redfish/v1/Systems/system")
+    check(system.identity == "system", "sushy: system Id %r" % system.identity)
+
+    # GPUs: one per chip row (or GPU row without chips), and the GPUs without AIM data that the
+    # controller recognises on the system board.
+    chips = rows(db, "PCIGPUChip")
+    gpu_rows = [g for g in rows(db, "PCIGPU") if g["PCIFuncKey"] not in {c["PCIFuncKey"] for c in chips}]
+    aim_keys = {r["PCIKey"] for r in chips + rows(db, "PCIGPU")}
+    adapters = {r["PCIKey"] for r in rows(db, "PCIAdapter")}
+    others = [f for f in rows(db, "PCIs") if f["DevKey"] in adapters and f["DevKey"] not in aim_keys and
+              f.get("FunctionNo") == min(g.get("FunctionNo", 0) for g in rows(db, "PCIs") if g["DevKey"] == f["DevKey"])
+              and f.get("Location") == 1 and ((f.get("VendorId"), f.get("FunType")) in
+                                               {(0x10DE, 4), (0x1002, 4), (0x1002, 16), (0x17CB, 16)})]
+    gpus = system.processors.get_members()
+    check(len(gpus) == len(chips) + len(gpu_rows) + len(others),
+          "sushy: %d GPUs, expected %d + %d + %d" % (len(gpus), len(chips), len(gpu_rows), len(others)))
+    vpd_models = {v.get("Model") for v in rows(db, "VPDs")}
+    chip_models = {c.get("GPUChipModel") for c in chips}
+    for p in gpus:
+        check(p.processor_type.value == "GPU", "sushy: %s is a %s" % (p.identity, p.processor_type))
+        check(p.model in chip_models | vpd_models, "sushy: GPU %s model %r is in no row" % (p.identity, p.model))
+
+    disks = rows(db, "AimDisks")
+    drives = [d for s in system.storage.get_members() for d in s.drives]
+    check(len(drives) == len(disks), "sushy: %d drives, %d AimDisks rows" % (len(drives), len(disks)))
+    by_serial = {r.get("SerialNo"): r for r in disks}
+    for d in drives:
+        if d.serial_number:
+            row = by_serial.get(d.serial_number)
+            if check(row, "sushy: drive %s serial %s in no row" % (d.identity, d.serial_number)):
+                check(d.model == row.get("Model"), "sushy: drive model %r, row %r" % (d.model, row.get("Model")))
+                check(d.capacity_bytes == int(row["Capacity"]) if "Capacity" in row else d.capacity_bytes is None,
+                      "sushy: drive capacity %r, row %r" % (d.capacity_bytes, row.get("Capacity")))
+
+    chassis = root.get_chassis("/redfish/v1/Chassis/chassis")
+    adapters = chassis.network_adapters.get_members()
+    keys = {r["PCIKey"] for t in ("PCINetwork", "PCIPhysicalPort", "PCILogicalPort") for r in rows(db, t)}
+    check(len(adapters) == len(keys), "sushy: %d network adapters, %d devices with network rows" % (len(adapters), len(keys)))
+    logical = rows(db, "PCILogicalPort")
+    check(sum(len(a.network_device_functions.get_members()) for a in adapters) == len(logical),
+          "sushy: network device functions differ from PCILogicalPort")
+
+    inventory = root.get_update_service().firmware_inventory.get_members()
+    versions = sorted(f.version or "" for f in inventory)
+    expected = sorted((r.get("VersionString") if r.get("VersionString") not in (None, "", "N/A") else "")
+                      for t in ("Firmwares", "PldmDeviceFirmware") for r in rows(db, t))
+    check(versions == expected, "sushy: firmware versions %s, rows %s" % (versions, expected))
+    ids = {f.software_id for f in inventory if f.software_id}
+    check(ids == {r["SoftwareID"] for t in ("Firmwares", "PldmDeviceFirmware") for r in rows(db, t)
+                  if r.get("SoftwareID") not in (None, "", "N/A")}, "sushy: software ids differ")
+
+
+def load(svc):
+    r = run(["ab", "-q", "-n", "2000", "-c", "50", svc.base + "/redfish/v1/Systems/system"])
+    if not check(r.returncode == 0, "ab exits %d: %s" % (r.returncode, r.stderr[-300:])):
+        return
+    field = lambda name: re.search(r"^%s:\s+([\d.]+)" % re.escape(name), r.stdout, re.M)
+    check(field("Complete requests") and field("Complete requests").group(1) == "2000", "ab: not 2000 answered")
+    check(field("Failed requests") and field("Failed requests").group(1) == "0", "ab: failed requests")
+    check("Non-2xx responses" not in r.stdout, "ab: non-2xx answers")
+    rps = field("Requests per second")
+    print("load: 2000 requests over 50 connections, %s requests per second" % (rps.group(1) if rps else "?"))
+
+
+def raw_request(port, data, timeout=10):
+    """The status line of the answer to raw request bytes ('' when the server closed)."""
+    with socket.create_connection(("127.0.0.1", port), timeout=timeout) as s:
+        s.sendall(data)
+        answer = b""
+        try:
+            while b"\r\n" not in answer:
+                chunk = s.recv(4096)
+                if not chunk:
+                    break
+                answer += chunk
+        except socket.timeout:
+            pass
+    return answer.split(b"\r\n", 1)[0].decode("latin-1")
+
+
+def hostile(svc):
+    p = svc.port
+    cases = [
+        (b"GET /" + b"a" * 20000 + b" HTTP/1.1\r\nHost: x\r\n\r\n", ("414", "400")),
+        (b"GET /redfish/v1 HTTP/1.1\r\nHost: x\r\nX-Big: " + b"b" * 20000 + b"\r\n\r\n", ("431", "400", "413")),
+        (b"GET /redfish/v1/../../etc/passwd HTTP/1.1\r\nHost: x\r\n\r\n", ("400",)),
+        (b"GET /redfish/v1/%2e%2e/%2e%2e/etc HTTP/1.1\r\nHost: x\r\n\r\n", ("400",)),
+        (b"GET /redfish/v1/\xff\xfe HTTP/1.1\r\nHost: x\r\n\r\n", ("400",)),
+        (b"GET /redfish/v1/%C3%28 HTTP/1.1\r\nHost: x\r\n\r\n", ("400",)),
+        (b"GET /redfish/v1/%00 HTTP/1.1\r\nHost: x\r\n\r\n", ("400",)),
+        (b"POST /redfish/v1/SessionService/Sessions HTTP/1.1\r\nHost: x\r\nContent-Type: application/json\r\n"
+         b"Content-Length: 37\r\n\r\n{\"UserName\":\"a\",\"Password\":\"secret\"}", ("405",)),
+        (b"DELETE /redfish/v1/Systems/system HTTP/1.1\r\nHost: x\r\n\r\n", ("405",)),
+        (b"BREW /redfish/v1 HTTP/1.1\r\nHost: x\r\n\r\n", ("405", "400")),
+        (b"\x16\x03\x01\x02\x00\x01\x00\x01\xfc\x03\x03" + bytes(range(32)) + b"\r\n\r\n", ("400", "")),
+    ]
+    for data, expected in cases:
+        line = raw_request(p, data)
+        code = line.split(" ")[1] if line.count(" ") >= 1 else ""
+        check(code in expected, "hostile request %r answered %r" % (data[:60], line))
+    # Many connections at once, left idle, then closed: the server still answers.
+    idle = []
+    try:
+        for _ in range(200):
+            idle.append(socket.create_connection(("127.0.0.1", p), timeout=5))
+    finally:
+        for s in idle:
+            s.close()
+    status, headers, body = svc.get("/redfish/v1/Managers/bmc")
+    check(status == 200, "after the hostile requests the service answers %s" % status)
+    status, headers, body = svc.get("/redfish/v1/Managers/bmc", method="HEAD")
+    check(status == 200 and body == b"", "HEAD answers %s with %d bytes" % (status, len(body)))
+    status, headers, body = svc.get("/redfish/v1/NoSuchThing")
+    check(status == 404 and json.loads(body)["error"]["@Message.ExtendedInfo"][0]["MessageArgs"] == ["/redfish/v1/NoSuchThing"],
+          "an unknown URI answers %s %s" % (status, body[:200]))
+
+
+def main():
+    ap = argparse.ArgumentParser()
+    ap.add_argument("--aimctl", required=True)
+    ap.add_argument("--source-dir", required=True)
+    ap.add_argument("--machine", required=True)
+    ap.add_argument("--other-machine", help="ingested into the same database while serving")
+    ap.add_argument("--load", action="store_true")
+    ap.add_argument("--hostile", action="store_true")
+    a = ap.parse_args()
+    with tempfile.TemporaryDirectory(prefix="aim-redfish.") as tmp:
+        db = os.path.join(tmp, "inventory.db")
+
+        def ingest(machine):
+            r = run([a.aimctl, "--log-level", "err", "ingest", "--db", db, "--machine",
+                     os.path.join(a.source_dir, "examples/machines", machine),
+                     os.path.join(a.source_dir, "examples/aim", machine + ".xml")])
+            if r.returncode != 0:
+                raise SystemExit("ingest of %s failed: %s" % (machine, r.stderr))
+
+        ingest(a.machine)
+        before = tables_digest(db)
+        svc = Service(a.aimctl, db)
+        try:
+            resources = crawl(svc, db)
+            print("crawler: %d resources" % len(resources))
+            print("redfishtool: %d reads" % redfishtool(svc, resources))
+            sushy_reads(svc, db)
+            if a.load:
+                load(svc)
+            if a.hostile:
+                hostile(svc)
+            check(tables_digest(db) == before, "the requests changed the database")
+            if a.other_machine:
+                ingest(a.other_machine)
+                status, headers, body = svc.get("/redfish/v1/Systems/system")
+                served = len(json.loads(body)["PCIeDevices"])
+                expected = len({r["PCIKey"] for r in rows(db, "PCIAdapter")})
+                check(served == expected, "after a new ingest the system shows %d devices, not %d" % (served, expected))
+        finally:
+            svc.stop()
+    print("%d passed, %d failed" % (0 if failures else 1, 1 if failures else 0))
+    return 1 if failures else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

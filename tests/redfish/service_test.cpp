@@ -1,0 +1,230 @@
+// The Redfish mapping of the inventory tables: exact properties from crafted rows, what is
+// left out, Ids that stay unique, untrusted bytes, unknown URIs and unreadable databases.
+// (The example machines as real clients see them: clients_test.py.)
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "host/db.h"
+#include "host/sysroot.h"
+#include "redfish/service.h"
+#include "redfish/snapshot.h"
+
+namespace {
+
+using redfish::json;
+
+// A fresh inventory database with the schema; rows are added as SQL.
+class RedfishMapping : public ::testing::Test {
+protected:
+    void SetUp() override {
+        path = sys.dir() + "/inventory.db";
+        db = host::db_open_file(path);
+        ASSERT_NE(nullptr, db);
+        ASSERT_EQ(0, host::db_apply_schema(db));
+    }
+    void TearDown() override {
+        if (db) vqm_db_close(db);
+    }
+    void sql(const std::string& text) {
+        std::string error;
+        ASSERT_EQ(0, host::db_exec_script(db, text, &error)) << error;
+    }
+    // One PCI function of device bus:00 and its "PCIAdapter" row.
+    void adapter(unsigned bus, unsigned function, const std::string& name, unsigned slot,
+                 const std::string& extra_pcis = "") {
+        unsigned dev_key = bus << 16, fun_key = dev_key | function;
+        sql("INSERT INTO PCIs (SegNo,BusNo,DeviceNo,FunctionNo,NodeIndex,SlotNo,DevKey,FunKey,HardwareId,"
+            "HardwareTypeId,Location,FunType,VendorId,DeviceId,SubVendorId,SubDeviceId,ClsCode,MaxPCIeType,"
+            "MaxLanes,SlotDesignation) VALUES (0," +
+            std::to_string(bus) + ",0," + std::to_string(function) + ",1," + std::to_string(slot) + "," +
+            std::to_string(dev_key) + "," + std::to_string(fun_key) + "," + std::to_string(fun_key) +
+            ",1,1,1,32902,5531,32902,3,131072,4,8,'Slot " + std::to_string(slot) + "'" + extra_pcis + ");");
+        sql("INSERT INTO PCIAdapter (SegNo,BusNo,DeviceNo,FunctionNo,NodeNo,SlotNo,CardName,AIMSupported,OOBSrc,"
+            "PCIKey,PCIFuncKey,Location) VALUES (0," +
+            std::to_string(bus) + ",0," + std::to_string(function) + ",1," + std::to_string(slot) + ",'" + name +
+            "',1,1," + std::to_string(dev_key) + "," + std::to_string(fun_key) + ",1);");
+    }
+    // The resource at `uri` of the database as it is now.
+    redfish::response get(const std::string& uri) {
+        redfish::snapshot s;
+        std::string error;
+        EXPECT_TRUE(s.read(path, error)) << error;
+        return redfish::service(s).get(uri);
+    }
+    json body(const std::string& uri) {
+        redfish::response r = get(uri);
+        EXPECT_EQ(200, r.status) << uri << ": " << r.body.dump();
+        return r.body;
+    }
+
+    host::scoped_sysroot sys;
+    std::string path;
+    _vqm_db_handle_t* db = nullptr;
+};
+
+const std::string dev = "/redfish/v1/Systems/system/PCIeDevices/0000_3B_00";
+const std::string adapters = "/redfish/v1/Chassis/chassis/NetworkAdapters/0000_3B_00";
+
+TEST_F(RedfishMapping, DeviceAndFunctionsFromTheirRows) {
+    adapter(0x3b, 0, "Intel E810", 1);
+    adapter(0x3b, 1, "Intel E810", 1);
+    sql("INSERT INTO VPDs (SlotNo,UUID,ProductName,Manufacture,SerialNo,PartNo,Model,FRUNo,HardwareId,HardwareTypeId) "
+        "VALUES (1,'GPU-6a1f0c3e-2b7d-4e51-9c0a-b49691a73c10','E810','Intel','SN1','N/A','','FRU9',3866624,3);"
+        "INSERT INTO Firmwares (FirmwareName,VersionString,HardwareId) VALUES ('NVM','4.20',3866624);");
+    json d = body(dev);
+    EXPECT_EQ("#PCIeDevice.v1_9_0.PCIeDevice", d["@odata.type"]);
+    EXPECT_EQ("Intel E810", d["Name"]);
+    EXPECT_EQ("Intel", d["Manufacturer"]);
+    EXPECT_EQ("SN1", d["SerialNumber"]);
+    EXPECT_EQ("FRU9", d["SparePartNumber"]);
+    EXPECT_EQ("6a1f0c3e-2b7d-4e51-9c0a-b49691a73c10", d["UUID"]) << "NVIDIA's GPU- prefix dropped";
+    EXPECT_FALSE(d.contains("PartNumber")) << "N/A is left out";
+    EXPECT_FALSE(d.contains("Model")) << "an empty text is left out";
+    EXPECT_EQ("MultiFunction", d["DeviceType"]);
+    EXPECT_EQ("4.20", d["FirmwareVersion"]);
+    EXPECT_EQ(json({{"MaxPCIeType", "Gen4"}, {"MaxLanes", 8}}), d["PCIeInterface"]);
+    EXPECT_EQ("Slot 1", d["Slot"]["Location"]["PartLocation"]["ServiceLabel"]);
+    EXPECT_EQ(2u, d["Oem"]["AIM"]["Adapters"].size()) << "every function's row, whole";
+
+    json f = body(dev + "/PCIeFunctions/1");
+    EXPECT_EQ(1, f["FunctionId"]);
+    EXPECT_EQ("0x8086", f["VendorId"]);
+    EXPECT_EQ("0x159B", f["DeviceId"]);
+    EXPECT_EQ("0x0003", f["SubsystemId"]);
+    EXPECT_EQ("0x020000", f["ClassCode"]);
+    EXPECT_EQ("NetworkController", f["DeviceClass"]);
+    EXPECT_EQ("0x0000", f["SegmentNumber"]);
+    EXPECT_EQ("0x3B", f["BusNumber"]);
+    EXPECT_EQ("0x00", f["DeviceNumber"]);
+    EXPECT_EQ("0x1", f["FunctionNumber"]);
+    EXPECT_EQ(dev, f["Links"]["PCIeDevice"]["@odata.id"]);
+}
+
+// What the tables hold as codes, and texts that are no value, each on a fresh database.
+TEST_F(RedfishMapping, CodesAndTextsThatAreNoValue) {
+    adapter(0x3b, 0, "NIC", 1, "");
+    sql("UPDATE PCIs SET MaxPCIeType=9, MaxLanes=NULL;"
+        "INSERT INTO PCIPhysicalPort (SegNo,BusNo,DeviceNo,FunctionNo,PCIKey,PCIFuncKey,Idx,PermanentAddress) VALUES "
+        "(0,59,0,0,3866624,3866624,1,'b49691a73c10'), (0,59,0,0,3866624,3866624,2,'00-0A-F7-6B-2C-41'),"
+        "(0,59,0,0,3866624,3866624,2,'not a mac'), (0,59,0,0,3866624,3866624,3,'000000000000');"
+        "INSERT INTO PCIPhysicalPortStat (PCIFuncKey,Idx,LinkStatus,LinkSpeed) VALUES (3866624,1,1,25000),"
+        "(3866624,2,2,0),(3866624,3,0,0);"
+        "INSERT INTO PCILogicalPort (FunctionNo,PCIKey,PCIFuncKey,PhyIdx,Idx,PermanentAddress,NetworkAddresses,"
+        "Ethernet,iSCSI) VALUES (0,3866624,3866624,1,1,'B4:96:91:A7:3C:10','N/A','0','1');");
+    EXPECT_FALSE(body(dev).contains("PCIeInterface")) << "generation 9 and no lane count: nothing to say";
+
+    json p1 = body(adapters + "/Ports/0_1");
+    EXPECT_EQ("B4:96:91:A7:3C:10", p1["Ethernet"]["AssociatedMACAddresses"][0]);
+    EXPECT_EQ("LinkUp", p1["LinkStatus"]);
+    EXPECT_EQ(25.0, p1["CurrentSpeedGbps"]);
+    json p2 = body(adapters + "/Ports/0_2");
+    EXPECT_EQ("00:0A:F7:6B:2C:41", p2["Ethernet"]["AssociatedMACAddresses"][0]);
+    EXPECT_EQ("LinkDown", p2["LinkStatus"]);
+    EXPECT_FALSE(p2.contains("CurrentSpeedGbps")) << "0 Mbit/s is not reported yet";
+    json p3 = body(adapters + "/Ports/0_2_2");
+    EXPECT_FALSE(p3.contains("Ethernet")) << "a second row of one port gets its own Id; no MAC in it";
+    json p4 = body(adapters + "/Ports/0_3");
+    EXPECT_FALSE(p4.contains("LinkStatus")) << "0: not reported";
+    EXPECT_EQ("00:00:00:00:00:00", p4["Ethernet"]["AssociatedMACAddresses"][0]);
+
+    json f = body(adapters + "/NetworkDeviceFunctions/0_1_1");
+    EXPECT_EQ("iSCSI", f["NetDevFuncType"]);
+    EXPECT_EQ(json({{"PermanentMACAddress", "B4:96:91:A7:3C:10"}}), f["Ethernet"]);
+    EXPECT_EQ(adapters + "/Ports/0_1", f["Links"]["PhysicalNetworkPortAssignment"]["@odata.id"]);
+    EXPECT_EQ(4u, body(adapters + "/Ports")["Members@odata.count"]);
+}
+
+TEST_F(RedfishMapping, DrivesGpusAndFirmware) {
+    adapter(0x5e, 0, "RAID", 3);
+    sql("INSERT INTO AimDisks (FunctionNo,SlotNo,PCIKey,PCIFuncKey,DriveTypeId,BayNo,LocationId,Presence,MediaTypeId,"
+        "SerialNo,Model,Manufacturer,FwVersion,Capacity,UUID,FruNo) VALUES "
+        "(0,3,6160384,6160384,1,0,1,1,1,'S1','HUC1','WDC','C3J0','1800360124416','5000CCA0A1B2C3D5','02JG183'),"
+        "(0,3,6160384,6160384,4,'M.2 Bay 1',4,0,NULL,'S2',NULL,NULL,NULL,'big',"
+        "'36344330-4E60-3401-0025-38500000C3D4',NULL),"
+        "(0,3,6160384,6160384,2,0,1,1,2,'S3',NULL,NULL,NULL,NULL,NULL,NULL);"
+        "INSERT INTO PCIGPU (PCIKey,PCIFuncKey,VideoMemorySize) VALUES (6160384,6160384,'81920');"
+        "INSERT INTO PCIGPUChip (PCIKey,PCIFuncKey,GPUChipName,GPUChipModel,GPUChipIndex,GPUChipMaxClockSpeed) "
+        "VALUES (6160384,6160384,'GA100','A100',0,1410);"
+        "INSERT INTO Firmwares (FirmwareName,VersionString,ReleaseDate,SoftwareID,HardwareId) VALUES "
+        "('Pkg','1.0','08/30/2022','100010E2',6160384),('Pkg','2.0','14032023',NULL,6160384);"
+        "INSERT INTO PldmDeviceFirmware (PCIKey,DeviceName,VersionString,ReleaseDate,UpdateSupport) VALUES "
+        "(6160384,'RAID','1.0','2023-01-19',1);");
+    const std::string storage = "/redfish/v1/Systems/system/Storage/0000_5E_00";
+    json s = body(storage);
+    EXPECT_EQ(3, s["Drives@odata.count"]);
+    json d0 = body(storage + "/Drives/Bay_0");
+    EXPECT_EQ("HDD", d0["MediaType"]);
+    EXPECT_FALSE(d0.contains("Protocol")) << "an HDD's protocol is not in the row";
+    EXPECT_EQ(1800360124416, d0["CapacityBytes"]);
+    EXPECT_EQ("C3J0", d0["Revision"]);
+    EXPECT_EQ("NAA", d0["Identifiers"][0]["DurableNameFormat"]);
+    EXPECT_EQ("Enabled", d0["Status"]["State"]);
+    EXPECT_EQ("0", d0["PhysicalLocation"]["PartLocation"]["ServiceLabel"]);
+    json d1 = body(storage + "/Drives/M.2_Bay_1");
+    EXPECT_EQ("SSD", d1["MediaType"]) << "an NVMe drive without a media type is an SSD";
+    EXPECT_EQ("NVMe", d1["Protocol"]);
+    EXPECT_EQ("Absent", d1["Status"]["State"]);
+    EXPECT_FALSE(d1.contains("CapacityBytes")) << "'big' is no number";
+    EXPECT_EQ("UUID", d1["Identifiers"][0]["DurableNameFormat"]);
+    EXPECT_EQ("SSD", body(storage + "/Drives/Bay_0_2")["MediaType"]) << "a second bay 0 gets its own Id";
+
+    json gpu = body("/redfish/v1/Systems/system/Processors/0000_5E_00_GPU0");
+    EXPECT_EQ("GPU", gpu["ProcessorType"]);
+    EXPECT_EQ("A100", gpu["Model"]);
+    EXPECT_EQ(1410, gpu["MaxSpeedMHz"]);
+    EXPECT_EQ("81920", gpu["Oem"]["AIM"]["GPU"]["VideoMemorySize"]);
+    EXPECT_EQ(dev.substr(0, dev.size() - 10) + "0000_5E_00", gpu["Links"]["PCIeDevice"]["@odata.id"]);
+
+    json fw1 = body("/redfish/v1/UpdateService/FirmwareInventory/FW_1");
+    EXPECT_EQ("2022-08-30T00:00:00Z", fw1["ReleaseDate"]);
+    EXPECT_EQ("100010E2", fw1["SoftwareId"]);
+    EXPECT_EQ(2, fw1["RelatedItem@odata.count"]) << "the adapter and its GPU";
+    EXPECT_FALSE(body("/redfish/v1/UpdateService/FirmwareInventory/FW_2").contains("ReleaseDate"))
+        << "a date of no known form is left out";
+    json pldm = body("/redfish/v1/UpdateService/FirmwareInventory/PLDM_1");
+    EXPECT_EQ("2023-01-19T00:00:00Z", pldm["ReleaseDate"]);
+    EXPECT_EQ(true, pldm["Updateable"]);
+    EXPECT_EQ("RAID (PLDM)", pldm["Name"]);
+}
+
+// Texts from the database are untrusted: any bytes come out as valid JSON.
+TEST_F(RedfishMapping, AnyBytesComeOutAsValidJson) {
+    adapter(0x3b, 0, "x", 1);
+    sql("UPDATE PCIAdapter SET CardName = CAST(X'C328FF22275C0A003C2F7363726970743EF09F98' AS TEXT);");
+    std::string text = redfish::to_text(body(dev));
+    json parsed = json::parse(text);  // throws on invalid JSON
+    std::string name = parsed["Name"];
+    EXPECT_NE(std::string::npos, name.find("\xEF\xBF\xBD")) << "invalid UTF-8 became U+FFFD";
+    EXPECT_NE(std::string::npos, name.find("</script>"));
+}
+
+TEST_F(RedfishMapping, UnknownUrisAndDatabasesThatCannotBeRead) {
+    EXPECT_EQ(json({{"v1", "/redfish/v1/"}}), body("/redfish"));
+    EXPECT_EQ(body("/redfish/v1"), body("/redfish/v1/"));
+    for (const char* uri : {"/redfish/v2", "/redfish/v1/Systems/other", dev.c_str(), "/", "",
+                            "/redfish/v1/Systems/system/PCIeDevices/0000_3B_00/PCIeFunctions/0"}) {
+        redfish::response r = get(uri);
+        EXPECT_EQ(404, r.status) << uri;
+        EXPECT_EQ("Base.1.13.0.ResourceMissingAtURI", r.body["error"]["code"]);
+        EXPECT_EQ(uri, r.body["error"]["@Message.ExtendedInfo"][0]["MessageArgs"][0]);
+    }
+    EXPECT_EQ(0, body("/redfish/v1/Systems/system")["PCIeDevices@odata.count"]) << "no adapter yet";
+
+    redfish::snapshot s;
+    std::string error;
+    EXPECT_FALSE(s.read(sys.dir() + "/missing.db", error));
+    EXPECT_FALSE(error.empty());
+    EXPECT_FALSE(std::ifstream(sys.dir() + "/missing.db").good()) << "reading creates no database";
+    std::string empty = sys.dir() + "/empty.db";
+    std::ofstream(empty).close();
+    ASSERT_TRUE(s.read(empty, error)) << "a database without the tables reads as empty: " << error;
+    EXPECT_EQ(0, redfish::service(s).get("/redfish/v1/UpdateService/FirmwareInventory").body["Members@odata.count"]);
+    std::ofstream(empty, std::ios::trunc) << "not a database at all, but long enough to have a header ...";
+    EXPECT_FALSE(s.read(empty, error));
+}
+
+}  // namespace
