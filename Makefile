@@ -10,13 +10,15 @@ FUZZ_TARGETS ?=
 FUZZ_RUNS ?=
 BENCH_ARGS ?=
 JOBS ?= $(shell nproc)
+MACHINE ?= server-2u
+PORT ?= 8000
 CMAKE_FLAGS ?=
 
 # Sanitizer settings of the sanitizer runs: any finding fails the run.
 SANITIZER_ENV = ASAN_OPTIONS=detect_leaks=1:abort_on_error=0:exitcode=86 \
 	UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1:exitcode=86 LSAN_OPTIONS=exitcode=23
 
-.PHONY: all deps deps-arm deps-web build demo test test-web bench lib-sizes test-arm build-arm test-sanitize build-asan leak-check \
+.PHONY: all deps deps-arm deps-web build demo serve test test-web bench lib-sizes test-arm build-arm test-sanitize build-asan leak-check \
 	deps-fuzz build-fuzz fuzz update-symbols clean
 
 all: build
@@ -35,6 +37,14 @@ build: deps $(BUILD)/CMakeCache.txt
 
 demo: build
 	@scripts/demo.sh $(BUILD)
+
+# An example machine ingested into $(BUILD)/MACHINE.db and served as Redfish and as the
+# inventory page on http://127.0.0.1:PORT/ until Ctrl-C (MACHINE=server-2u, PORT=8000).
+serve: build
+	rm -f $(BUILD)/$(MACHINE).db $(BUILD)/$(MACHINE).db-wal $(BUILD)/$(MACHINE).db-shm
+	$(BUILD)/bin/aimctl --log-level err ingest --db $(BUILD)/$(MACHINE).db \
+		--machine examples/machines/$(MACHINE) examples/aim/$(MACHINE).xml
+	$(BUILD)/bin/aimctl serve --db $(BUILD)/$(MACHINE).db --port $(PORT)
 
 # Every test but the browser's (make test-web).
 test: build
