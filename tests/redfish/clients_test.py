@@ -90,37 +90,26 @@ def tables_digest(db):
     return h.hexdigest()
 
 
+def members(obj):
+    """Every value inside a JSON value, at any depth, with its member name (None in an array)."""
+    pending = [obj]
+    while pending:
+        v = pending.pop()
+        items = v.items() if isinstance(v, dict) else ((None, x) for x in v) if isinstance(v, list) else ()
+        for k, x in items:
+            yield k, x
+            pending.append(x)
+
+
 def links(obj, out):
-    if isinstance(obj, dict):
-        for k, v in obj.items():
-            if k == "@odata.id" and isinstance(v, str):
-                out.add(v)
-            else:
-                links(v, out)
-    elif isinstance(obj, list):
-        for v in obj:
-            links(v, out)
+    out.update(v for k, v in members(obj) if k == "@odata.id" and isinstance(v, str))
 
 
 def oem_rows(obj, out):
     """Every object that stands in an Oem.AIM member, at any depth."""
-    def collect(v):
-        if isinstance(v, dict):
-            out.append(v)
-            for x in v.values():
-                collect(x)
-        elif isinstance(v, list):
-            for x in v:
-                collect(x)
-    if isinstance(obj, dict):
-        for k, v in obj.items():
-            if k == "Oem" and isinstance(v, dict) and "AIM" in v:
-                collect(v["AIM"])
-            else:
-                oem_rows(v, out)
-    elif isinstance(obj, list):
-        for v in obj:
-            oem_rows(v, out)
+    for k, v in members(obj):
+        if k == "Oem" and isinstance(v, dict) and "AIM" in v:
+            out.extend(x for _, x in members({"": v["AIM"]}) if isinstance(x, dict))
 
 
 def crawl(svc, db):
