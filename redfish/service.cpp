@@ -166,7 +166,8 @@ struct service::model {
         bool present = false;
         std::vector<rec> functions;  // "PCIs", by function number
         std::vector<rec> adapters, misc, vpds, firmwares, pldm, networks, ports, stats, logical, gpus, chips;
-        std::vector<std::string> processors, adapter_uri;  // adapter_uri: its NetworkAdapter, if any
+        std::vector<std::string> processors;
+        std::string adapter_uri;  // of its NetworkAdapter; empty when it has none
         // Ids of `ports` and `logical`, in their order: the function and index(es) of each row.
         std::vector<std::string> port_ids, logical_ids;
         std::optional<std::string> name() const {
@@ -191,9 +192,9 @@ struct service::model {
             }
             return std::nullopt;
         }
-        std::string port_uri(size_t i) const { return adapter_uri.front() + "/Ports/" + port_ids[i]; }
+        std::string port_uri(size_t i) const { return adapter_uri + "/Ports/" + port_ids[i]; }
         std::string logical_uri(size_t i) const {
-            return adapter_uri.front() + "/NetworkDeviceFunctions/" + logical_ids[i];
+            return adapter_uri + "/NetworkDeviceFunctions/" + logical_ids[i];
         }
         std::string function_uri(int64_t function) const {
             return uri + "/PCIeFunctions/" + std::to_string(function);
@@ -202,7 +203,7 @@ struct service::model {
     struct processor {
         std::string id, uri;
         const device* dev;
-        std::vector<rec> gpu, chip;  // at most one each
+        std::optional<rec> gpu, chip;  // its "PCIGPU" and "PCIGPUChip" rows, when it has them
     };
     struct storage {
         std::string id, uri;
@@ -213,7 +214,7 @@ struct service::model {
     };
     struct firmware {
         std::string id, uri;
-        std::vector<rec> row;  // one
+        rec row;
         bool pldm = false;
         const device* dev = nullptr;
     };
@@ -235,7 +236,7 @@ struct service::model {
     std::vector<const device*> network_adapters() const {
         std::vector<const device*> out;
         for (const auto& d : devices) {
-            if (!d.networks.empty() || !d.ports.empty() || !d.logical.empty()) out.push_back(&d);
+            if (!d.adapter_uri.empty()) out.push_back(&d);
         }
         return out;
     }
@@ -287,9 +288,11 @@ void unique_ids(std::vector<std::string*> ids) {
 
 service::model::model(const snapshot& db) {
     // Devices: every device key of "PCIAdapter", present when "PCIs" has its functions.
-    std::vector<rec> pcis = db.rows("PCIs");
+    std::map<std::string, std::vector<rec>> t;
+    for (const char* const* name = snapshot::table_names; *name; ++name) t.emplace(*name, db.rows(*name));
+    const std::vector<rec>& pcis = t.at("PCIs");
     std::set<int64_t> keys;
-    for (const rec& a : db.rows("PCIAdapter")) keys.insert(a.number("PCIKey").value_or(0));
+    for (const rec& a : t.at("PCIAdapter")) keys.insert(a.number("PCIKey").value_or(0));
     for (int64_t key : keys) {
         device d;
         d.key = key;
@@ -298,7 +301,7 @@ service::model::model(const snapshot& db) {
             return a.number("FunctionNo").value_or(0) < b.number("FunctionNo").value_or(0);
         });
         d.present = !d.functions.empty();
-        d.adapters = matching(db.rows("PCIAdapter"), "PCIKey", {key});
+        d.adapters = matching(t.at("PCIAdapter"), "PCIKey", {key});
         std::set<int64_t> hardware_ids, function_keys;
         for (const rec& f : d.functions) {
             if (auto h = f.number("HardwareId")) hardware_ids.insert(*h);
@@ -307,16 +310,16 @@ service::model::model(const snapshot& db) {
         for (const rec& a : d.adapters) {
             if (auto k = a.number("PCIFuncKey")) function_keys.insert(*k);
         }
-        d.misc = matching(db.rows("PCIMisc"), "PCIKey", {key});
-        d.vpds = matching(db.rows("VPDs"), "HardwareId", hardware_ids);
-        d.firmwares = matching(db.rows("Firmwares"), "HardwareId", hardware_ids);
-        d.pldm = matching(db.rows("PldmDeviceFirmware"), "PCIKey", {key});
-        d.networks = matching(db.rows("PCINetwork"), "PCIKey", {key});
-        d.ports = matching(db.rows("PCIPhysicalPort"), "PCIKey", {key});
-        d.stats = matching(db.rows("PCIPhysicalPortStat"), "PCIFuncKey", function_keys);
-        d.logical = matching(db.rows("PCILogicalPort"), "PCIKey", {key});
-        d.gpus = matching(db.rows("PCIGPU"), "PCIKey", {key});
-        d.chips = matching(db.rows("PCIGPUChip"), "PCIKey", {key});
+        d.misc = matching(t.at("PCIMisc"), "PCIKey", {key});
+        d.vpds = matching(t.at("VPDs"), "HardwareId", hardware_ids);
+        d.firmwares = matching(t.at("Firmwares"), "HardwareId", hardware_ids);
+        d.pldm = matching(t.at("PldmDeviceFirmware"), "PCIKey", {key});
+        d.networks = matching(t.at("PCINetwork"), "PCIKey", {key});
+        d.ports = matching(t.at("PCIPhysicalPort"), "PCIKey", {key});
+        d.stats = matching(t.at("PCIPhysicalPortStat"), "PCIFuncKey", function_keys);
+        d.logical = matching(t.at("PCILogicalPort"), "PCIKey", {key});
+        d.gpus = matching(t.at("PCIGPU"), "PCIKey", {key});
+        d.chips = matching(t.at("PCIGPUChip"), "PCIKey", {key});
         d.id = address_id(d.present ? d.functions.front() : d.adapters.front());
         devices.push_back(std::move(d));
     }
@@ -332,11 +335,11 @@ service::model::model(const snapshot& db) {
     // Processors: one per GPU chip, else one per GPU row.
     for (auto& d : devices) {
         for (const rec& chip : d.chips) {
-            processor p{
-                d.id + "_GPU" + std::to_string(chip.number("GPUChipIndex").value_or(0)), "", &d, {}, {chip}};
+            processor p{d.id + "_GPU" + std::to_string(chip.number("GPUChipIndex").value_or(0)), "", &d,
+                        std::nullopt, chip};
             auto func = chip.number("PCIFuncKey");
             for (const rec& g : d.gpus) {
-                if (g.number("PCIFuncKey") == func) p.gpu = {g};
+                if (g.number("PCIFuncKey") == func) p.gpu = g;
             }
             processors.push_back(p);
         }
@@ -344,9 +347,10 @@ service::model::model(const snapshot& db) {
             bool has_chip = false;
             for (const rec& chip : d.chips)
                 has_chip = has_chip || chip.number("PCIFuncKey") == g.number("PCIFuncKey");
-            if (!has_chip) processors.push_back({d.id + "_GPU", "", &d, {g}, {}});
+            if (!has_chip) processors.push_back({d.id + "_GPU", "", &d, g, std::nullopt});
         }
-        if (d.gpus.empty() && d.chips.empty() && gpu_without_aim_data(d)) processors.push_back({d.id + "_GPU", "", &d, {}, {}});
+        if (d.gpus.empty() && d.chips.empty() && gpu_without_aim_data(d))
+            processors.push_back({d.id + "_GPU", "", &d, {}, {}});
     }
     ids.clear();
     for (auto& p : processors) ids.push_back(&p.id);
@@ -358,7 +362,7 @@ service::model::model(const snapshot& db) {
 
     // Storage: the drives of each controller (its function key and slot).
     std::map<std::pair<int64_t, int64_t>, size_t> controllers;
-    for (const rec& disk : db.rows("AimDisks")) {
+    for (const rec& disk : t.at("AimDisks")) {
         auto at = std::make_pair(disk.number("PCIFuncKey").value_or(0), disk.number("SlotNo").value_or(0));
         auto it = controllers.find(at);
         if (it == controllers.end()) {
@@ -372,8 +376,11 @@ service::model::model(const snapshot& db) {
         storage& s = storages[it->second];
         s.drives.push_back(disk);
         auto bay = disk.text("BayNo");
-        bool numbered = bay && std::all_of(bay->begin(), bay->end(), [](char c) { return c >= '0' && c <= '9'; });
-        s.drive_ids.push_back(!bay ? "Drive_" + std::to_string(disk.id()) : numbered ? "Bay_" + *bay : id_of(*bay));
+        bool numbered =
+            bay && std::all_of(bay->begin(), bay->end(), [](char c) { return c >= '0' && c <= '9'; });
+        s.drive_ids.push_back(!bay       ? "Drive_" + std::to_string(disk.id())
+                              : numbered ? "Bay_" + *bay
+                                         : id_of(*bay));
     }
     ids.clear();
     for (auto& s : storages) ids.push_back(&s.id);
@@ -386,13 +393,13 @@ service::model::model(const snapshot& db) {
     }
 
     // Firmware inventory: every "Firmwares" and "PldmDeviceFirmware" row.
-    for (const rec& f : db.rows("Firmwares")) {
-        firmware fw{"FW_" + std::to_string(f.id()), "", {f}, false, nullptr};
+    for (const rec& f : t.at("Firmwares")) {
+        firmware fw{"FW_" + std::to_string(f.id()), "", f, false, nullptr};
         if (auto h = f.number("HardwareId")) fw.dev = device_by_hardware_id(*h);
         firmwares.push_back(fw);
     }
-    for (const rec& f : db.rows("PldmDeviceFirmware")) {
-        firmware fw{"PLDM_" + std::to_string(f.id()), "", {f}, true, nullptr};
+    for (const rec& f : t.at("PldmDeviceFirmware")) {
+        firmware fw{"PLDM_" + std::to_string(f.id()), "", f, true, nullptr};
         if (auto k = f.number("PCIKey")) fw.dev = device_by_key(*k);
         firmwares.push_back(fw);
     }
@@ -400,7 +407,7 @@ service::model::model(const snapshot& db) {
 
     for (auto& d : devices) {
         if (d.networks.empty() && d.ports.empty() && d.logical.empty()) continue;
-        d.adapter_uri.push_back(kChassisUri + "/NetworkAdapters/" + d.id);
+        d.adapter_uri = kChassisUri + "/NetworkAdapters/" + d.id;
         auto number = [](const rec& r, const char* c) { return std::to_string(r.number(c).value_or(0)); };
         for (const rec& p : d.ports)
             d.port_ids.push_back(id_of(number(p, "FunctionNo") + "_" + number(p, "Idx")));
@@ -564,7 +571,7 @@ json pcie_function(const device& d, const rec& f) {
 
 json processor(const service::model::processor& p) {
     const device& d = *p.dev;
-    auto chip = [&](const char* c) { return p.chip.empty() ? std::nullopt : p.chip.front().text(c); };
+    auto chip = [&](const char* c) { return p.chip ? p.chip->text(c) : std::nullopt; };
     json j = resource(p.uri, kProcessor, p.id, chip("GPUChipName").value_or(d.name().value_or("GPU")));
     j["ProcessorType"] = "GPU";
     put(j, "Manufacturer",
@@ -577,16 +584,16 @@ json processor(const service::model::processor& p) {
     put(j, "UUID",
         uuid(chip("GPUChipUniqueID")) ? uuid(chip("GPUChipUniqueID")) : uuid(first_text(d.vpds, "UUID")));
     put(j, "FirmwareVersion", d.firmware_version());
-    if (!p.chip.empty()) {
-        put(j, "MaxSpeedMHz", p.chip.front().number("GPUChipMaxClockSpeed"));
-        put(j, "TotalCores", p.chip.front().number("GPUChipNumberOfEnabledCores"));
+    if (p.chip) {
+        put(j, "MaxSpeedMHz", p.chip->number("GPUChipMaxClockSpeed"));
+        put(j, "TotalCores", p.chip->number("GPUChipNumberOfEnabledCores"));
     }
     put(j, "Location", location(d.slot_label(), d.slot(), "Slot"));
     j["Status"] = enabled();
     j["Links"] = json{{"PCIeDevice", link(d.uri)}, {"Chassis", link(kChassisUri)}};
     json oem = json::object();
-    if (!p.gpu.empty()) oem["GPU"] = columns_of(p.gpu.front());
-    if (!p.chip.empty()) oem["GPUChip"] = columns_of(p.chip.front());
+    if (p.gpu) oem["GPU"] = columns_of(*p.gpu);
+    if (p.chip) oem["GPUChip"] = columns_of(*p.chip);
     j["Oem"] = json{{"AIM", oem}};
     return j;
 }
@@ -691,14 +698,13 @@ json network_device_function(const device& d, size_t i) {
 }
 
 json network_adapter(const device& d) {
-    json j =
-        resource(d.adapter_uri.front(), kNetworkAdapter, d.id, d.name().value_or("Network adapter " + d.id));
+    json j = resource(d.adapter_uri, kNetworkAdapter, d.id, d.name().value_or("Network adapter " + d.id));
     put(j, "Manufacturer", first_text(d.vpds, "Manufacture"));
     put(j, "Model", first_text(d.vpds, "Model"));
     put(j, "PartNumber", first_text(d.vpds, "PartNo"));
     put(j, "SerialNumber", first_text(d.vpds, "SerialNo"));
-    j["Ports"] = link(d.adapter_uri.front() + "/Ports");
-    j["NetworkDeviceFunctions"] = link(d.adapter_uri.front() + "/NetworkDeviceFunctions");
+    j["Ports"] = link(d.adapter_uri + "/Ports");
+    j["NetworkDeviceFunctions"] = link(d.adapter_uri + "/NetworkDeviceFunctions");
     json controller = json::object();
     put(controller, "FirmwarePackageVersion", d.firmware_version());
     json caps = json::object();
@@ -716,7 +722,7 @@ json network_adapter(const device& d) {
 }
 
 json firmware(const service::model::firmware& fw) {
-    const rec& r = fw.row.front();
+    const rec& r = fw.row;
     std::string name = r.text(fw.pldm ? "DeviceName" : "FirmwareName").value_or("Firmware");
     if (fw.pldm) name += " (PLDM)";
     json j = resource(fw.uri, kSoftwareInventory, fw.id, name);
@@ -796,7 +802,7 @@ std::vector<std::string> service::uris() const {
     out.insert(out.end(), {kRoot + "/Chassis", kChassisUri, kChassisUri + "/PCIeDevices",
                            kChassisUri + "/NetworkAdapters"});
     for (const device* d : m.network_adapters()) {
-        const std::string& a = d->adapter_uri.front();
+        const std::string& a = d->adapter_uri;
         out.insert(out.end(), {a, a + "/Ports"});
         for (size_t i = 0; i < d->ports.size(); ++i) out.push_back(d->port_uri(i));
         out.push_back(a + "/NetworkDeviceFunctions");
@@ -901,12 +907,12 @@ response service::get(const std::string& raw) const {
     }
     if (uri == kChassisUri + "/NetworkAdapters") {
         std::vector<std::string> members;
-        for (const device* d : m.network_adapters()) members.push_back(d->adapter_uri.front());
+        for (const device* d : m.network_adapters()) members.push_back(d->adapter_uri);
         return found(collection(uri, "#NetworkAdapterCollection.NetworkAdapterCollection",
                                 "Network Adapter Collection", members));
     }
     for (const device* d : m.network_adapters()) {
-        const std::string& a = d->adapter_uri.front();
+        const std::string& a = d->adapter_uri;
         if (uri == a) return found(network_adapter(*d));
         std::vector<std::string> ports, functions;
         for (size_t i = 0; i < d->ports.size(); ++i) ports.push_back(d->port_uri(i));
