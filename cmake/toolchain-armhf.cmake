@@ -39,8 +39,11 @@ set(ENV{PKG_CONFIG_ALLOW_SYSTEM_LIBS} 1)
 # built with one compiler, so the note says nothing.
 set(CMAKE_CXX_FLAGS_INIT "-Wno-psabi")
 
-# The sysroot's libraries need each other (SQLite needs libc ...) at link time.
-set(CMAKE_EXE_LINKER_FLAGS_INIT "-Wl,-rpath-link,${AIM_ARM_SYSROOT}/usr/lib/arm-linux-gnueabihf")
-set(CMAKE_SHARED_LINKER_FLAGS_INIT "-Wl,-rpath-link,${AIM_ARM_SYSROOT}/usr/lib/arm-linux-gnueabihf")
+# The sysroot's libraries need each other (SQLite needs libc ...) at link time; Debian puts
+# some (expat) in /lib, which the unpacked sysroot does not merge into /usr/lib.
+set(AIM_ARM_RPATH_LINK
+  "-Wl,-rpath-link,${AIM_ARM_SYSROOT}/usr/lib/arm-linux-gnueabihf -Wl,-rpath-link,${AIM_ARM_SYSROOT}/lib/arm-linux-gnueabihf")
+set(CMAKE_EXE_LINKER_FLAGS_INIT "${AIM_ARM_RPATH_LINK}")
+set(CMAKE_SHARED_LINKER_FLAGS_INIT "${AIM_ARM_RPATH_LINK}")
 
 set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm -L "${AIM_ARM_SYSROOT}")

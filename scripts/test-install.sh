@@ -54,7 +54,8 @@ pc_flags=$(PKG_CONFIG_LIBDIR="$LIBDIR/pkgconfig" PKG_CONFIG_SYSROOT_DIR="" \
            pkg-config --cflags --libs vqmdb_aim_parser vqmdb_aim_host_platform)
 libdir=$(PKG_CONFIG_LIBDIR="$LIBDIR/pkgconfig" pkg-config --variable=libdir vqmdb_aim_parser)
 extra=()
-[ -n "$SYSROOT" ] && extra+=(-Wl,-rpath-link,"$SYSROOT/usr/lib/arm-linux-gnueabihf" -Wno-psabi)
+[ -n "$SYSROOT" ] && extra+=(-Wl,-rpath-link,"$SYSROOT/usr/lib/arm-linux-gnueabihf"
+                             -Wl,-rpath-link,"$SYSROOT/lib/arm-linux-gnueabihf" -Wno-psabi)
 # shellcheck disable=SC2086
 "$CXX" -std=c++17 -o "$WORK/pc-consumer" "$SRC/tests/consumer/consumer.cpp" $pc_flags -Wl,-rpath,"$libdir" "${extra[@]}" ||
     fail "pkg-config consumer: build failed"

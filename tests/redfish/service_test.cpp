@@ -2,6 +2,8 @@
 // left out, Ids that stay unique, untrusted bytes, unknown URIs and unreadable databases.
 // (The example machines as real clients see them: clients_test.py.)
 #include <gtest/gtest.h>
+#include <stdio.h>
+#include <sys/wait.h>
 
 #include <fstream>
 #include <nlohmann/json.hpp>
@@ -43,10 +45,11 @@ protected:
             std::to_string(bus) + ",0," + std::to_string(function) + ",1," + std::to_string(slot) + "," +
             std::to_string(dev_key) + "," + std::to_string(fun_key) + "," + std::to_string(fun_key) +
             ",1,1,1,32902,5531,32902,3,131072,4,8,'Slot " + std::to_string(slot) + "'" + extra_pcis + ");");
-        sql("INSERT INTO PCIAdapter (SegNo,BusNo,DeviceNo,FunctionNo,NodeNo,SlotNo,CardName,AIMSupported,OOBSrc,"
+        sql("INSERT INTO PCIAdapter "
+            "(SegNo,BusNo,DeviceNo,FunctionNo,NodeNo,SlotNo,CardName,AIMSupported,OOBSrc,"
             "PCIKey,PCIFuncKey,Location) VALUES (0," +
-            std::to_string(bus) + ",0," + std::to_string(function) + ",1," + std::to_string(slot) + ",'" + name +
-            "',1,1," + std::to_string(dev_key) + "," + std::to_string(fun_key) + ",1);");
+            std::to_string(bus) + ",0," + std::to_string(function) + ",1," + std::to_string(slot) + ",'" +
+            name + "',1,1," + std::to_string(dev_key) + "," + std::to_string(fun_key) + ",1);");
     }
     // The resource at `uri` of the database as it is now.
     redfish::response get(const std::string& uri) {
@@ -72,8 +75,10 @@ const std::string adapters = "/redfish/v1/Chassis/chassis/NetworkAdapters/0000_3
 TEST_F(RedfishMapping, DeviceAndFunctionsFromTheirRows) {
     adapter(0x3b, 0, "Intel E810", 1);
     adapter(0x3b, 1, "Intel E810", 1);
-    sql("INSERT INTO VPDs (SlotNo,UUID,ProductName,Manufacture,SerialNo,PartNo,Model,FRUNo,HardwareId,HardwareTypeId) "
-        "VALUES (1,'GPU-6a1f0c3e-2b7d-4e51-9c0a-b49691a73c10','E810','Intel','SN1','N/A','','FRU9',3866624,3);"
+    sql("INSERT INTO VPDs "
+        "(SlotNo,UUID,ProductName,Manufacture,SerialNo,PartNo,Model,FRUNo,HardwareId,HardwareTypeId) "
+        "VALUES "
+        "(1,'GPU-6a1f0c3e-2b7d-4e51-9c0a-b49691a73c10','E810','Intel','SN1','N/A','','FRU9',3866624,3);"
         "INSERT INTO Firmwares (FirmwareName,VersionString,HardwareId) VALUES ('NVM','4.20',3866624);");
     json d = body(dev);
     EXPECT_EQ("#PCIeDevice.v1_9_0.PCIeDevice", d["@odata.type"]);
@@ -108,12 +113,14 @@ TEST_F(RedfishMapping, DeviceAndFunctionsFromTheirRows) {
 TEST_F(RedfishMapping, CodesAndTextsThatAreNoValue) {
     adapter(0x3b, 0, "NIC", 1, "");
     sql("UPDATE PCIs SET MaxPCIeType=9, MaxLanes=NULL;"
-        "INSERT INTO PCIPhysicalPort (SegNo,BusNo,DeviceNo,FunctionNo,PCIKey,PCIFuncKey,Idx,PermanentAddress) VALUES "
+        "INSERT INTO PCIPhysicalPort "
+        "(SegNo,BusNo,DeviceNo,FunctionNo,PCIKey,PCIFuncKey,Idx,PermanentAddress) VALUES "
         "(0,59,0,0,3866624,3866624,1,'b49691a73c10'), (0,59,0,0,3866624,3866624,2,'00-0A-F7-6B-2C-41'),"
         "(0,59,0,0,3866624,3866624,2,'not a mac'), (0,59,0,0,3866624,3866624,3,'000000000000');"
         "INSERT INTO PCIPhysicalPortStat (PCIFuncKey,Idx,LinkStatus,LinkSpeed) VALUES (3866624,1,1,25000),"
         "(3866624,2,2,0),(3866624,3,0,0);"
-        "INSERT INTO PCILogicalPort (FunctionNo,PCIKey,PCIFuncKey,PhyIdx,Idx,PermanentAddress,NetworkAddresses,"
+        "INSERT INTO PCILogicalPort "
+        "(FunctionNo,PCIKey,PCIFuncKey,PhyIdx,Idx,PermanentAddress,NetworkAddresses,"
         "Ethernet,iSCSI) VALUES (0,3866624,3866624,1,1,'B4:96:91:A7:3C:10','N/A','0','1');");
     EXPECT_FALSE(body(dev).contains("PCIeInterface")) << "generation 9 and no lane count: nothing to say";
 
@@ -140,14 +147,17 @@ TEST_F(RedfishMapping, CodesAndTextsThatAreNoValue) {
 
 TEST_F(RedfishMapping, DrivesGpusAndFirmware) {
     adapter(0x5e, 0, "RAID", 3);
-    sql("INSERT INTO AimDisks (FunctionNo,SlotNo,PCIKey,PCIFuncKey,DriveTypeId,BayNo,LocationId,Presence,MediaTypeId,"
+    sql("INSERT INTO AimDisks "
+        "(FunctionNo,SlotNo,PCIKey,PCIFuncKey,DriveTypeId,BayNo,LocationId,Presence,MediaTypeId,"
         "SerialNo,Model,Manufacturer,FwVersion,Capacity,UUID,FruNo) VALUES "
-        "(0,3,6160384,6160384,1,0,1,1,1,'S1','HUC1','WDC','C3J0','1800360124416','5000CCA0A1B2C3D5','02JG183'),"
+        "(0,3,6160384,6160384,1,0,1,1,1,'S1','HUC1','WDC','C3J0','1800360124416','5000CCA0A1B2C3D5','02JG183'"
+        "),"
         "(0,3,6160384,6160384,4,'M.2 Bay 1',4,0,NULL,'S2',NULL,NULL,NULL,'big',"
         "'36344330-4E60-3401-0025-38500000C3D4',NULL),"
         "(0,3,6160384,6160384,2,0,1,1,2,'S3',NULL,NULL,NULL,NULL,NULL,NULL);"
         "INSERT INTO PCIGPU (PCIKey,PCIFuncKey,VideoMemorySize) VALUES (6160384,6160384,'81920');"
-        "INSERT INTO PCIGPUChip (PCIKey,PCIFuncKey,GPUChipName,GPUChipModel,GPUChipIndex,GPUChipMaxClockSpeed) "
+        "INSERT INTO PCIGPUChip "
+        "(PCIKey,PCIFuncKey,GPUChipName,GPUChipModel,GPUChipIndex,GPUChipMaxClockSpeed) "
         "VALUES (6160384,6160384,'GA100','A100',0,1410);"
         "INSERT INTO Firmwares (FirmwareName,VersionString,ReleaseDate,SoftwareID,HardwareId) VALUES "
         "('Pkg','1.0','08/30/2022','100010E2',6160384),('Pkg','2.0','14032023',NULL,6160384);"
@@ -222,9 +232,65 @@ TEST_F(RedfishMapping, UnknownUrisAndDatabasesThatCannotBeRead) {
     std::string empty = sys.dir() + "/empty.db";
     std::ofstream(empty).close();
     ASSERT_TRUE(s.read(empty, error)) << "a database without the tables reads as empty: " << error;
-    EXPECT_EQ(0, redfish::service(s).get("/redfish/v1/UpdateService/FirmwareInventory").body["Members@odata.count"]);
+    EXPECT_EQ(
+        0,
+        redfish::service(s).get("/redfish/v1/UpdateService/FirmwareInventory").body["Members@odata.count"]);
     std::ofstream(empty, std::ios::trunc) << "not a database at all, but long enough to have a header ...";
     EXPECT_FALSE(s.read(empty, error));
+}
+
+struct run_result {
+    int status = -1;
+    std::string out;
+};
+
+// Runs `aimctl ARGS` (through the shell; standard error is dropped).
+run_result aimctl(const std::string& args) {
+    run_result r;
+    std::string cmd = std::string(AIMCTL) + " " + args + " 2>/dev/null";
+    FILE* p = popen(cmd.c_str(), "r");
+    if (!p) return r;
+    char buf[4096];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof buf, p)) > 0) r.out.append(buf, n);
+    int status = pclose(p);
+    r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return r;
+}
+
+TEST_F(RedfishMapping, AimctlRedfishAndServeExitCodes) {
+    adapter(0x3b, 0, "NIC", 1);
+    vqm_db_close(db);
+    db = nullptr;
+    run_result r = aimctl("redfish --db " + path);
+    EXPECT_EQ(0, r.status);
+    EXPECT_EQ("/redfish/v1", json::parse(r.out)["@odata.id"]);
+    r = aimctl("redfish --db " + path + " " + dev);
+    EXPECT_EQ(0, r.status);
+    EXPECT_EQ("NIC", json::parse(r.out)["Name"]);
+    r = aimctl("redfish --db " + path + " /redfish/v1/Nope");
+    EXPECT_EQ(1, r.status);
+    EXPECT_EQ("Base.1.13.0.ResourceMissingAtURI", json::parse(r.out)["error"]["code"]) << "the error object";
+    EXPECT_EQ(1, aimctl("redfish --db " + sys.dir() + "/missing.db").status);
+    for (const char* bad : {"redfish", "redfish --db", "redfish --db x --bogus", "redfish --db x a b",
+                            "redfish --db x redfish/v1", "redfish --db x /redfish/v1 --mockup d", "serve",
+                            "serve --db x --port 70000", "serve --db x --port abc", "serve --db x extra"}) {
+        EXPECT_EQ(2, aimctl(bad).status) << bad;
+    }
+    EXPECT_EQ(1, aimctl("serve --db " + sys.dir() + "/missing.db --port 0").status);
+
+    r = aimctl("redfish --db " + path + " --mockup " + sys.dir() + "/mockup");
+    ASSERT_EQ(0, r.status);
+    redfish::snapshot s;
+    std::string error;
+    ASSERT_TRUE(s.read(path, error));
+    redfish::service svc(s);
+    for (const std::string& uri : svc.uris()) {
+        std::ifstream in(sys.dir() + "/mockup" + uri + "/index.json");
+        ASSERT_TRUE(in.good()) << uri;
+        json written = json::parse(in);
+        EXPECT_EQ(svc.get(uri).body, written) << uri;
+    }
 }
 
 }  // namespace
