@@ -26,16 +26,25 @@ const size_t kWorkers = 16;
 const int kBacklog = 128;
 const char* const kAllow = "GET, HEAD";
 
-// True when `s` is well-formed UTF-8 without control bytes.
+// True when `s` is well-formed UTF-8 (no overlong form, surrogate or code point past
+// U+10FFFF) without control bytes.
 bool clean_path(const std::string& s) {
     for (size_t i = 0; i < s.size();) {
         unsigned char c = static_cast<unsigned char>(s[i]);
         if (c < 0x20 || c == 0x7F) return false;
-        size_t n = c < 0x80 ? 1 : (c >> 5) == 0x6 ? 2 : (c >> 4) == 0xE ? 3 : (c >> 3) == 0x1E ? 4 : 0;
+        size_t n = c < 0x80                 ? 1
+                   : c >= 0xC2 && c <= 0xDF ? 2
+                   : c >= 0xE0 && c <= 0xEF ? 3
+                   : c >= 0xF0 && c <= 0xF4 ? 4
+                                            : 0;
         if (n == 0 || i + n > s.size()) return false;
         for (size_t k = 1; k < n; ++k) {
             if ((static_cast<unsigned char>(s[i + k]) >> 6) != 0x2) return false;
         }
+        unsigned char c1 = n > 1 ? static_cast<unsigned char>(s[i + 1]) : 0;
+        if ((c == 0xE0 && c1 < 0xA0) || (c == 0xED && c1 >= 0xA0) || (c == 0xF0 && c1 < 0x90) ||
+            (c == 0xF4 && c1 >= 0x90))
+            return false;
         i += n;
     }
     return true;
@@ -134,7 +143,9 @@ http_server::http_server(std::string database) : p_(new impl) {
 http_server::~http_server() = default;
 
 int http_server::bind(const std::string& address, int port) {
-    int bound = port == 0 ? p_->server.bind_to_any_port(address) : p_->server.bind_to_port(address, port) ? port : -1;
+    int bound = port == 0                                ? p_->server.bind_to_any_port(address)
+                : p_->server.bind_to_port(address, port) ? port
+                                                         : -1;
     if (bound >= 0 && p_->listener >= 0) ::listen(p_->listener, kBacklog);
     return bound;
 }

@@ -262,6 +262,8 @@ def hostile(svc):
         (b"GET /redfish/v1/\xff\xfe HTTP/1.1\r\nHost: x\r\n\r\n", ("400",)),
         (b"GET /redfish/v1/%C3%28 HTTP/1.1\r\nHost: x\r\n\r\n", ("400",)),
         (b"GET /redfish/v1/%00 HTTP/1.1\r\nHost: x\r\n\r\n", ("400",)),
+        (b"GET /redfish/v1/%C0%AF HTTP/1.1\r\nHost: x\r\n\r\n", ("400",)),
+        (b"GET /redfish/v1/%ED%A0%80 HTTP/1.1\r\nHost: x\r\n\r\n", ("400",)),
         (b"POST /redfish/v1/SessionService/Sessions HTTP/1.1\r\nHost: x\r\nContent-Type: application/json\r\n"
          b"Content-Length: 37\r\n\r\n{\"UserName\":\"a\",\"Password\":\"secret\"}", ("405",)),
         (b"DELETE /redfish/v1/Systems/system HTTP/1.1\r\nHost: x\r\n\r\n", ("405",)),
