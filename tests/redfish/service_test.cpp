@@ -2,8 +2,6 @@
 // left out, Ids that stay unique, untrusted bytes, unknown URIs and unreadable databases.
 // (The example machines as real clients see them: clients_test.py.)
 #include <gtest/gtest.h>
-#include <stdio.h>
-#include <sys/wait.h>
 
 #include <fstream>
 #include <nlohmann/json.hpp>
@@ -14,6 +12,7 @@
 #include "host/sysroot.h"
 #include "redfish/service.h"
 #include "redfish/snapshot.h"
+#include "tests/fixture.h"
 
 namespace {
 
@@ -63,6 +62,9 @@ protected:
         EXPECT_EQ(200, r.status) << uri << ": " << r.body.dump();
         return r.body;
     }
+
+    // Runs `aimctl ARGS` (through the shell).
+    testutil::aimctl_result aimctl(const std::string& args) { return testutil::run_aimctl(args, sys.dir()); }
 
     host::scoped_sysroot sys;
     std::string path;
@@ -239,30 +241,11 @@ TEST_F(RedfishMapping, UnknownUrisAndDatabasesThatCannotBeRead) {
     EXPECT_FALSE(s.read(empty, error));
 }
 
-struct run_result {
-    int status = -1;
-    std::string out;
-};
-
-// Runs `aimctl ARGS` (through the shell; standard error is dropped).
-run_result aimctl(const std::string& args) {
-    run_result r;
-    std::string cmd = std::string(AIMCTL) + " " + args + " 2>/dev/null";
-    FILE* p = popen(cmd.c_str(), "r");
-    if (!p) return r;
-    char buf[4096];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, p)) > 0) r.out.append(buf, n);
-    int status = pclose(p);
-    r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return r;
-}
-
 TEST_F(RedfishMapping, AimctlRedfishAndServeExitCodes) {
     adapter(0x3b, 0, "NIC", 1);
     vqm_db_close(db);
     db = nullptr;
-    run_result r = aimctl("redfish --db " + path);
+    testutil::aimctl_result r = aimctl("redfish --db " + path);
     EXPECT_EQ(0, r.status);
     EXPECT_EQ("/redfish/v1", json::parse(r.out)["@odata.id"]);
     r = aimctl("redfish --db " + path + " " + dev);
