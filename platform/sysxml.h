@@ -71,7 +71,8 @@ public:
 class document {
 public:
     // Builds the DOM from a whole stream. Throws sysipc::exception for an unreadable,
-    // empty or ill-formed stream. No DTD or external entity is ever loaded.
+    // empty or ill-formed (not well-formed XML 1.0) stream, with the line of the fault.
+    // Internal entities are expanded; no external entity or external DTD is ever loaded.
     document(std::istream& in, bool validate);
     virtual ~document();
     document(const document&) = delete;
