@@ -552,6 +552,11 @@ const result* quarter(const std::vector<result>& rs, const result& r) {
     return nullptr;
 }
 
+// T(N)/T(N/4) of one measure (`of` picks it from a result); 0 without the smaller size.
+double growth(const result& r, const result* q, const std::function<double(const result&)>& of) {
+    return q && of(*q) > 0 ? of(r) / of(*q) : 0;
+}
+
 void print_tables(const std::vector<result>& rs, FILE* out) {
     fprintf(
         out,
@@ -561,8 +566,8 @@ void print_tables(const std::vector<result>& rs, FILE* out) {
         "bound growth | Page faults run | Page faults bound |\n|---|---|---|---|---|---|---|---|---|\n");
     for (const result& r : rs) {
         const result* q = quarter(rs, r);
-        double run_growth = q && q->whole_ms > 0 ? r.whole_ms / q->whole_ms : 0;
-        double bound_growth = q && q->bound_ms > 0 ? r.bound_ms / q->bound_ms : 0;
+        double run_growth = growth(r, q, [](const result& x) { return x.whole_ms; });
+        double bound_growth = growth(r, q, [](const result& x) { return x.bound_ms; });
         fprintf(out, "| %u | %.1f ms | %.1f ms | %s | %s | %s | %s | %.0f | %.0f |\n", r.configs, r.whole_ms,
                 r.bound_ms, ratio(r.whole_ms, r.bound_ms).c_str(), q ? fmt(run_growth, 2).c_str() : "-",
                 q ? fmt(bound_growth, 2).c_str() : "-", q ? ratio(run_growth, bound_growth).c_str() : "-",
@@ -599,12 +604,12 @@ void print_tables(const std::vector<result>& rs, FILE* out) {
         "T(N)/T(N/4) (instr.) |\n|---|---|---|---|---|---|---|---|\n");
     for (const result& r : rs) {
         const result* q = quarter(rs, r);
-        double bound_growth = q && q->bound_ms > 0 ? r.bound_ms / q->bound_ms : 0;
+        double bound_growth = growth(r, q, [](const result& x) { return x.bound_ms; });
         for (int s = 0; s < step_count; ++s) {
-            double growth = q && q->step_ms[s] > 0 ? r.step_ms[s] / q->step_ms[s] : 0;
+            double step_growth = growth(r, q, [s](const result& x) { return x.step_ms[s]; });
             fprintf(out, "| %u | %s | %.2f ms | %s | %s | %.0f | %s | %s |\n", r.configs, step_names[s],
-                    r.step_ms[s], q ? fmt(growth, 2).c_str() : "-",
-                    q ? ratio(growth, bound_growth).c_str() : "-", r.step_faults[s],
+                    r.step_ms[s], q ? fmt(step_growth, 2).c_str() : "-",
+                    q ? ratio(step_growth, bound_growth).c_str() : "-", r.step_faults[s],
                     r.step_ins[s] > 0 ? fmt(r.step_ins[s] / 1e6, 1, "M").c_str() : "-",
                     q ? ratio(r.step_ins[s], q->step_ins[s]).c_str() : "-");
         }
