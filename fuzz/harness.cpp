@@ -88,6 +88,18 @@ int run_aim(const std::string& xml) {
     return rc;
 }
 
+std::string machine_database(const std::string& name) {
+    std::string path = the_state().sysroot.dir() + "/.fuzz/" + name + ".db", err;
+    if (fs::exists(path)) return path;
+    load_machine(source_path("examples/machines/" + name));
+    run_aim(source_file("examples/aim/" + name + ".xml"));
+    if (host::db_exec_script(controller(), "VACUUM INTO '" + path + "'", &err) != 0) {
+        fprintf(stderr, "fuzz: cannot write %s: %s\n", path.c_str(), err.c_str());
+        abort();
+    }
+    return path;
+}
+
 std::string source_path(const std::string& relative) { return std::string(AIM_SOURCE_DIR) + "/" + relative; }
 
 std::string source_file(const std::string& relative) {

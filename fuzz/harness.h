@@ -23,6 +23,9 @@ std::string machine_copy(const std::string& name);
 void load_machine(const std::string& dir, bool pcis = true);
 // Runs parse_aim on `xml` written to the controller's AIM file; drops the log messages.
 int run_aim(const std::string& xml);
+// An inventory database file of the example machine NAME after an ingest of its AIM file
+// (made once per process, in the private sysroot); its path.
+std::string machine_database(const std::string& name);
 // Path and content of a file below the source tree (examples).
 std::string source_path(const std::string& relative);
 std::string source_file(const std::string& relative);

@@ -1,30 +1,54 @@
 // The Redfish service over HTTP (see redfish/http.h).
 //
-// Requests that no resource can answer get an error answer and never stop the server: a
-// path that is not UTF-8, holds a control byte or a ".." segment is refused with 400 before
-// routing; cpp-httplib itself refuses an overlong request line (414) or header. Each request
-// runs on a worker of the server's pool with its own snapshot of the database, so requests
-// share nothing but the database file.
+// One `connection` object per client connection, a template over the stream so that the
+// in-memory stream of answer_connection() runs exactly the code that a socket runs. Its
+// handlers run on the connection's strand; it lives for as long as an operation of it is
+// pending. Requests that no resource can answer get an error answer and never stop the
+// server: a path that is not UTF-8, holds a control byte or a ".." segment is refused with
+// 400 before routing, a request that cannot be parsed with 400.
 #include "redfish/http.h"
 
-#include <httplib.h>
-#include <sys/socket.h>
+#include <stdio.h>
+#include <sys/resource.h>
 
 #include <algorithm>
+#include <atomic>
+#include <boost/asio.hpp>
+#include <boost/beast/_experimental/test/stream.hpp>
+#include <boost/beast/core.hpp>
+#include <boost/beast/http.hpp>
+#include <chrono>
+#include <optional>
 #include <string>
+#include <thread>
 #include <utility>
+#include <vector>
 
+#include "redfish/cache.h"
 #include "redfish/service.h"
-#include "redfish/snapshot.h"
 
 namespace redfish {
 namespace {
 
-const size_t kWorkers = 16;
-// Connections waiting to be accepted; cpp-httplib's own is 5, which a burst of 50 clients
-// overflows.
-const int kBacklog = 128;
+namespace beast = boost::beast;
+namespace http = beast::http;
+namespace net = boost::asio;
+using tcp = net::ip::tcp;
+using error_code = boost::system::error_code;
+
+const std::chrono::seconds kIdleTime(60);    // waiting for the first byte of a request
+const std::chrono::seconds kHeaderTime(15);  // from that byte to the end of the header
+const std::chrono::seconds kWriteTime(15);   // for the client to take an answer
+const std::chrono::seconds kLingerTime(2);   // reading what a refused client still sends
+const size_t kMaxConnections = 1024;
+const size_t kReservedFiles = 64;  // the listener, the database, standard streams, spare
+const size_t kHeaderLimit = 8 * 1024;
+const size_t kTargetLimit = 2 * 1024;
+const size_t kLingerBytes = 64 * 1024;
 const char* const kAllow = "GET, HEAD";
+const char* const kJson = "application/json";
+
+// ---- Requests to answers --------------------------------------------------------------------
 
 // True when `s` is well-formed UTF-8 (no overlong form, surrogate or code point past
 // U+10FFFF) without control bytes.
@@ -61,97 +85,340 @@ bool dot_dot(const std::string& path) {
     return false;
 }
 
-void send_json(httplib::Response& res, int status, const json& body) {
-    res.status = status;
-    res.set_content(to_text(body), "application/json");
+int hex_digit(char c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    return -1;
+}
+
+// The path of a request target, without its query, percent-decoded; false for a bad escape.
+bool decode_path(beast::string_view target, std::string& out) {
+    target = target.substr(0, std::min(target.find('?'), target.find('#')));
+    out.clear();
+    for (size_t i = 0; i < target.size(); ++i) {
+        if (target[i] != '%') {
+            out += target[i];
+            continue;
+        }
+        int hi = i + 2 < target.size() ? hex_digit(target[i + 1]) : -1;
+        int lo = hi >= 0 ? hex_digit(target[i + 2]) : -1;
+        if (lo < 0) return false;
+        out += static_cast<char>(hi * 16 + lo);
+        i += 2;
+    }
+    return true;
+}
+
+// One answer: status, content type and body text (shared with the cache where it came from).
+struct reply {
+    unsigned status = 200;
+    const char* content_type = kJson;
+    std::shared_ptr<const rendered> body;
+};
+
+reply error_reply(unsigned status, const std::string& detail) {
+    return reply{
+        status, kJson,
+        std::make_shared<rendered>(rendered{static_cast<int>(status), to_text(error_body(status, detail))})};
+}
+
+reply page_reply() {
+    static const std::shared_ptr<const rendered> page =
+        std::make_shared<rendered>(rendered{200, inventory_page()});
+    return reply{200, "text/html; charset=utf-8", page};
+}
+
+// The answer to a GET or HEAD of `target`.
+reply answer(beast::string_view target, resource_cache& cache) {
+    std::string path;
+    if (!decode_path(target, path) || !clean_path(path) || dot_dot(path))
+        return error_reply(400, "The URI is not a valid resource path.");
+    if (path == "/" || path == "/index.html") return page_reply();
+    std::string error;
+    std::shared_ptr<const generation> gen = cache.current(error);
+    if (!gen) return error_reply(500, "The inventory database cannot be read: " + error);
+    std::shared_ptr<const rendered> r = gen->get(path);
+    return reply{static_cast<unsigned>(r->status), kJson, std::move(r)};
+}
+
+// ---- Streams ----------------------------------------------------------------------------------
+
+void close_stream(tcp::socket& s) {
+    error_code ec;
+    s.shutdown(tcp::socket::shutdown_both, ec);
+    s.close(ec);
+}
+void close_sending(tcp::socket& s) {
+    error_code ec;
+    s.shutdown(tcp::socket::shutdown_send, ec);
+}
+void close_stream(beast::test::stream& s) { s.close(); }
+void close_sending(beast::test::stream&) {}
+
+// ---- One connection ---------------------------------------------------------------------------
+
+template <class Stream>
+class connection : public std::enable_shared_from_this<connection<Stream>> {
+public:
+    connection(Stream stream, resource_cache& cache, std::atomic<size_t>& open)
+        : stream_(std::move(stream)),
+          timer_(stream_.get_executor()),
+          buffer_(kHeaderLimit + 4096),
+          cache_(cache),
+          open_(open) {
+        ++open_;
+    }
+    ~connection() { --open_; }
+
+    void start() { wait_for_request(); }
+
+private:
+    using std::enable_shared_from_this<connection>::shared_from_this;
+
+    // Closes the connection when `limit` passes before the next arm() or close().
+    void arm(std::chrono::seconds limit) {
+        unsigned armed = ++armed_;
+        timer_.expires_after(limit);
+        timer_.async_wait([self = shared_from_this(), armed](error_code ec) {
+            if (!ec && armed == self->armed_) self->close();
+        });
+    }
+
+    void close() {
+        if (closed_) return;
+        closed_ = true;
+        ++armed_;
+        timer_.cancel();
+        close_stream(stream_);
+    }
+
+    // Idle: waits for the first byte of the next request (pipelined bytes count at once).
+    void wait_for_request() {
+        if (buffer_.size() > 0) return read_header();
+        arm(kIdleTime);
+        stream_.async_read_some(buffer_.prepare(512), [self = shared_from_this()](error_code ec, size_t n) {
+            if (self->closed_) return;
+            if (ec) return self->close();
+            self->buffer_.commit(n);
+            self->read_header();
+        });
+    }
+
+    void read_header() {
+        arm(kHeaderTime);
+        parser_.emplace();
+        parser_->header_limit(static_cast<std::uint32_t>(kHeaderLimit));
+        http::async_read_header(stream_, buffer_, *parser_,
+                                [self = shared_from_this()](error_code ec, size_t) {
+                                    if (!self->closed_) self->on_header(ec);
+                                });
+    }
+
+    void on_header(error_code ec) {
+        if (!ec) return handle();
+        if (ec == http::error::header_limit || ec == http::error::buffer_overflow) {
+            // Too long a request line (the parser read no target) is a URI too long; else the
+            // fields are too large.
+            if (parser_->get().target().empty())
+                return respond(error_reply(414, "The URI is longer than 2 KiB."), after::linger, false);
+            return respond(error_reply(431, "The request header is larger than 8 KiB."), after::linger,
+                           false);
+        }
+        // A request that cannot be parsed is answered; a client that left (before or inside a
+        // request) or a broken connection is not.
+        bool parse_error = ec.category() == http::make_error_code(http::error::bad_target).category() &&
+                           ec != http::error::end_of_stream && ec != http::error::partial_message;
+        if (parse_error)
+            return respond(error_reply(400, "The request cannot be parsed."), after::linger, false);
+        close();
+    }
+
+    void handle() {
+        const auto& req = parser_->get();
+        bool body = parser_->chunked() || parser_->content_length().value_or(0) > 0;
+        bool head = req.method() == http::verb::head;
+        if (req.target().size() > kTargetLimit)
+            return respond(error_reply(414, "The URI is longer than 2 KiB."), after::linger, head);
+        if (req.method() != http::verb::get && !head)
+            return respond(error_reply(405, ""), body ? after::linger : after::keep, false);
+        if (body)
+            return respond(error_reply(413, "A request of this service has no body."), after::linger, head);
+        respond(answer(req.target(), cache_), req.keep_alive() ? after::keep : after::close, head);
+    }
+
+    // What follows an answer: the next request, closing, or closing after whatever the client
+    // still sends of a request that was refused before its end.
+    enum class after { keep, close, linger };
+
+    void respond(reply r, after next, bool head) {
+        unsigned version = parser_ && parser_->is_header_done() ? parser_->get().version() : 11;
+        reply_ = std::move(r);
+        res_ = {};
+        res_.version(version);
+        res_.result(reply_.status);
+        res_.set(http::field::content_type, reply_.content_type);
+        res_.set("OData-Version", "4.0");
+        if (reply_.status == 405) res_.set(http::field::allow, kAllow);
+        res_.keep_alive(next == after::keep);
+        const std::string& text = reply_.body->body;
+        using span = http::span_body<const char>::value_type;
+        res_.body() = head ? span() : span(text.data(), text.size());
+        res_.content_length(text.size());
+        arm(kWriteTime);
+        http::async_write(stream_, res_, [self = shared_from_this(), next](error_code ec, size_t) {
+            if (self->closed_) return;
+            if (ec) return self->close();
+            self->reply_ = reply();
+            if (next == after::keep) return self->wait_for_request();
+            if (next == after::linger) return self->linger();
+            self->close();
+        });
+    }
+
+    // After refusing a request whose rest is still coming: stops sending and reads (and drops)
+    // what the client still sends for a short while, so that the client reads the answer
+    // before the connection closes.
+    void linger() {
+        if (lingered_ == 0) {
+            close_sending(stream_);
+            arm(kLingerTime);
+        }
+        buffer_.clear();
+        stream_.async_read_some(buffer_.prepare(4096), [self = shared_from_this()](error_code ec, size_t n) {
+            if (self->closed_) return;
+            self->lingered_ += n;
+            if (ec || self->lingered_ > kLingerBytes) return self->close();
+            self->linger();
+        });
+    }
+
+    Stream stream_;
+    net::steady_timer timer_;
+    beast::flat_buffer buffer_;
+    std::optional<http::request_parser<http::empty_body>> parser_;
+    http::response<http::span_body<const char>> res_;
+    reply reply_;  // owns the text that res_ points at while it is written
+    resource_cache& cache_;
+    std::atomic<size_t>& open_;
+    unsigned armed_ = 0;
+    size_t lingered_ = 0;
+    bool closed_ = false;
+};
+
+// The open-file limit raised, where the hard limit allows, to fit the connection cap.
+size_t raise_file_limit() {
+    struct rlimit rl;
+    if (getrlimit(RLIMIT_NOFILE, &rl) != 0) return kMaxConnections + kReservedFiles;
+    rlim_t want = kMaxConnections + kReservedFiles;
+    if (rl.rlim_cur != RLIM_INFINITY && rl.rlim_cur < want) {
+        rlim_t raised = rl.rlim_max == RLIM_INFINITY ? want : std::min(want, rl.rlim_max);
+        struct rlimit next = rl;
+        next.rlim_cur = raised;
+        if (setrlimit(RLIMIT_NOFILE, &next) == 0) rl.rlim_cur = raised;
+    }
+    return rl.rlim_cur == RLIM_INFINITY ? want : static_cast<size_t>(rl.rlim_cur);
 }
 
 }  // namespace
 
 struct http_server::impl {
-    std::string database;
-    httplib::Server server;
-    int listener = -1;  // the listening socket, once bound
+    explicit impl(std::string database) : cache(std::move(database)) {}
+
+    void accept() {
+        acceptor.async_accept(net::make_strand(ioc), [this](error_code ec, tcp::socket socket) {
+            if (ec == net::error::operation_aborted || !acceptor.is_open()) return;
+            if (ec) {
+                // Out of files or memory: try again shortly rather than spin.
+                retry.expires_after(std::chrono::milliseconds(100));
+                retry.async_wait([this](error_code) { accept(); });
+                return;
+            }
+            if (open.load() >= max_connections) {
+                error_code ignored;
+                socket.close(ignored);
+            } else {
+                error_code ignored;
+                socket.set_option(tcp::no_delay(true), ignored);
+                std::make_shared<connection<tcp::socket>>(std::move(socket), cache, open)->start();
+            }
+            accept();
+        });
+    }
+
+    resource_cache cache;
+    std::atomic<size_t> open{0};
+    size_t file_limit = 0, max_connections = kMaxConnections;
+    net::io_context ioc;  // after what its handlers use, so that it goes first
+    tcp::acceptor acceptor{ioc};
+    net::steady_timer retry{ioc};
 };
 
-http_server::http_server(std::string database) : p_(new impl) {
-    p_->database = std::move(database);
-    httplib::Server& s = p_->server;
-    s.new_task_queue = [] { return new httplib::ThreadPool(kWorkers); };
-    s.set_read_timeout(5, 0);
-    s.set_write_timeout(5, 0);
-    s.set_keep_alive_max_count(100);
-    s.set_payload_max_length(64 * 1024);
-    // SO_REUSEADDR only (cpp-httplib sets SO_REUSEPORT, which would let a second server
-    // share a port that this one already serves).
-    impl* state = p_.get();
-    s.set_socket_options([state](socket_t sock) {
-        int yes = 1;
-        setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
-        state->listener = sock;
-    });
-
-    s.set_pre_routing_handler([](const httplib::Request& req, httplib::Response& res) {
-        if (clean_path(req.path) && !dot_dot(req.path)) return httplib::Server::HandlerResponse::Unhandled;
-        send_json(res, 400, error_body(400, "The URI is not a valid resource path."));
-        return httplib::Server::HandlerResponse::Handled;
-    });
-    const std::string database_path = p_->database;
-    s.Get(".*", [database_path](const httplib::Request& req, httplib::Response& res) {
-        if (req.path == "/" || req.path == "/index.html") {
-            res.set_content(inventory_page(), "text/html; charset=utf-8");
-            return;
-        }
-        snapshot db;
-        std::string error;
-        if (!db.read(database_path, error)) {
-            send_json(res, 500, error_body(500, "The inventory database cannot be read: " + error));
-            return;
-        }
-        response r = service(db).get(req.path);
-        send_json(res, r.status, r.body);
-    });
-    auto refuse = [](const httplib::Request&, httplib::Response& res) {
-        res.set_header("Allow", kAllow);
-        send_json(res, 405, error_body(405, ""));
-    };
-    s.Post(".*", refuse);
-    s.Put(".*", refuse);
-    s.Patch(".*", refuse);
-    s.Delete(".*", refuse);
-    s.Options(".*", refuse);
-    // Answers that cpp-httplib makes itself (a request it cannot read, a method it does not
-    // know) get the Redfish error object too.
-    s.set_error_handler([](const httplib::Request& req, httplib::Response& res) {
-        if (!res.body.empty()) return;
-        // A method that cpp-httplib has no handler kind for (PROPFIND, or a POST without a
-        // length) is still a method this service does not allow.
-        bool token = !req.method.empty() && std::all_of(req.method.begin(), req.method.end(), [](char c) {
-            return (c >= 'A' && c <= 'Z') || c == '-' || c == '_';
-        });
-        if (token && req.method != "GET" && req.method != "HEAD" && res.status == 400) res.status = 405;
-        if (res.status == 405) res.set_header("Allow", kAllow);
-        send_json(res, res.status, error_body(res.status, res.status == 404 ? req.path : ""));
-    });
-    s.set_exception_handler([](const httplib::Request&, httplib::Response& res, std::exception_ptr) {
-        send_json(res, 500, error_body(500, "The request could not be answered."));
-    });
-    s.set_post_routing_handler(
-        [](const httplib::Request&, httplib::Response& res) { res.set_header("OData-Version", "4.0"); });
+http_server::http_server(std::string database) : p_(new impl(std::move(database))) {
+    p_->file_limit = raise_file_limit();
+    if (p_->file_limit < kMaxConnections + kReservedFiles)
+        p_->max_connections =
+            p_->file_limit > 2 * kReservedFiles ? p_->file_limit - kReservedFiles : kReservedFiles;
 }
 
 http_server::~http_server() = default;
 
+size_t http_server::max_connections() const { return p_->max_connections; }
+size_t http_server::open_file_limit() const { return p_->file_limit; }
+
 int http_server::bind(const std::string& address, int port) {
-    int bound = port == 0                                ? p_->server.bind_to_any_port(address)
-                : p_->server.bind_to_port(address, port) ? port
-                                                         : -1;
-    if (bound >= 0 && p_->listener >= 0) ::listen(p_->listener, kBacklog);
-    return bound;
+    error_code ec;
+    tcp::resolver resolver(p_->ioc);
+    auto endpoints = resolver.resolve(address, std::to_string(port), tcp::resolver::passive, ec);
+    if (ec || endpoints.empty()) return -1;
+    tcp::endpoint at = endpoints.begin()->endpoint();
+    tcp::acceptor& a = p_->acceptor;
+    a.open(at.protocol(), ec);
+    // SO_REUSEADDR only: a second server may not share a port that this one serves.
+    if (!ec) a.set_option(net::socket_base::reuse_address(true), ec);
+    if (!ec) a.bind(at, ec);
+    if (!ec) a.listen(net::socket_base::max_listen_connections, ec);
+    if (ec) {
+        a.close(ec);
+        return -1;
+    }
+    return a.local_endpoint().port();
 }
 
-bool http_server::run() { return p_->server.listen_after_bind(); }
+bool http_server::run() {
+    if (!p_->acceptor.is_open()) return false;
+    p_->accept();
+    auto serve = [this] {
+        for (;;) {
+            try {
+                p_->ioc.run();
+                return;
+            } catch (const std::exception& e) {
+                // The connection whose handler threw is gone; the others go on.
+                fprintf(stderr, "aimctl serve: %s\n", e.what());
+            }
+        }
+    };
+    unsigned threads = std::max(1u, std::min(4u, std::thread::hardware_concurrency()));
+    std::vector<std::thread> others;
+    for (unsigned i = 1; i < threads; ++i) others.emplace_back(serve);
+    serve();
+    for (std::thread& t : others) t.join();
+    return true;
+}
 
-void http_server::stop() { p_->server.stop(); }
+void http_server::stop() { p_->ioc.stop(); }
+
+std::string answer_connection(resource_cache& cache, const std::string& input) {
+    net::io_context ioc;
+    beast::test::stream server(ioc), client(ioc);
+    server.connect(client);
+    server.append(input);
+    client.close();
+    std::atomic<size_t> open{0};
+    std::make_shared<connection<beast::test::stream>>(std::move(server), cache, open)->start();
+    ioc.run();
+    return std::string(client.str());
+}
 
 }  // namespace redfish

@@ -1,12 +1,30 @@
-// The Redfish service and inventory page over HTTP/1.1 (cpp-httplib): GET and HEAD of every
-// resource of redfish/service.h, the database read afresh for each request, "/" the
-// inventory page. Read-only: any other method is answered 405 with "Allow: GET, HEAD".
+// The Redfish service and inventory page over HTTP/1.1: GET and HEAD of every resource of
+// redfish/service.h, "/" the inventory page. Read-only: any other method is answered 405 with
+// "Allow: GET, HEAD".
+//
+// The engine is Boost.Beast over Boost.Asio, event-driven: a few threads (one per core, at
+// most four) serve every connection, and no connection holds a thread while it waits for a
+// client. Each connection has one timer:
+//   - waiting for a request (a new connection, or after an answer on a kept-alive one): the
+//     connection is closed after 60 s without a byte;
+//   - from the first byte of a request, its header must be complete within 15 s, else the
+//     connection is closed; an answer must be taken by the client within 15 s.
+// Limits: at most 1 024 connections at once (fewer when the open-file limit cannot be raised
+// to fit; a connection beyond the cap is closed at once), a header of at most 8 KiB (431), a
+// URI of at most 2 KiB (414), no request body (413; 405 for another method), each followed by
+// closing the connection. Every connection sets TCP_NODELAY, and an answer goes out in one
+// write. The resources come from a resource_cache (redfish/cache.h): rendered once per state
+// of the database, checked for changes at every request.
 #pragma once
+
+#include <stddef.h>
 
 #include <memory>
 #include <string>
 
 namespace redfish {
+
+class resource_cache;
 
 // The inventory page (HTML with its script and style), served at "/".
 const char* inventory_page();
@@ -20,6 +38,9 @@ public:
 
     // Binds `address`:`port` (port 0: a free port); the port bound, or -1.
     int bind(const std::string& address, int port);
+    // How many connections are served at once, and the open-file limit that sets it.
+    size_t max_connections() const;
+    size_t open_file_limit() const;
     // Serves until stop(); false when it could not serve.
     bool run();
     // Stops run(); safe from another thread.
@@ -29,5 +50,10 @@ private:
     struct impl;
     std::unique_ptr<impl> p_;
 };
+
+// What the server sends back to `input`, the bytes a client sends on one connection and then
+// closes its side: the same connection handling as a network connection (parser, limits,
+// keep-alive, pipelining), over an in-memory stream. For tests and fuzzing.
+std::string answer_connection(resource_cache& cache, const std::string& input);
 
 }  // namespace redfish

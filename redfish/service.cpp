@@ -199,6 +199,14 @@ struct service::model {
         std::string function_uri(int64_t function) const {
             return uri + "/PCIeFunctions/" + std::to_string(function);
         }
+        // The URI of function `function` when the device has it ("PCIs" lists it).
+        std::optional<std::string> function_link(const std::optional<int64_t>& function) const {
+            for (const rec& f : functions) {
+                if (f.number("FunctionNo").value_or(0) == function.value_or(0))
+                    return function_uri(function.value_or(0));
+            }
+            return std::nullopt;
+        }
     };
     struct processor {
         std::string id, uri;
@@ -292,7 +300,9 @@ service::model::model(const snapshot& db) {
     for (const char* const* name = snapshot::table_names; *name; ++name) t.emplace(*name, db.rows(*name));
     const std::vector<rec>& pcis = t.at("PCIs");
     std::set<int64_t> keys;
-    for (const rec& a : t.at("PCIAdapter")) keys.insert(a.number("PCIKey").value_or(0));
+    for (const rec& a : t.at("PCIAdapter")) {
+        if (auto k = a.number("PCIKey")) keys.insert(*k);  // a row without its key belongs to no device
+    }
     for (int64_t key : keys) {
         device d;
         d.key = key;
@@ -300,6 +310,13 @@ service::model::model(const snapshot& db) {
         std::stable_sort(d.functions.begin(), d.functions.end(), [](const rec& a, const rec& b) {
             return a.number("FunctionNo").value_or(0) < b.number("FunctionNo").value_or(0);
         });
+        // One function per number: a repeated "PCIs" row of the same function is left out.
+        d.functions.erase(std::unique(d.functions.begin(), d.functions.end(),
+                                      [](const rec& a, const rec& b) {
+                                          return a.number("FunctionNo").value_or(0) ==
+                                                 b.number("FunctionNo").value_or(0);
+                                      }),
+                          d.functions.end());
         d.present = !d.functions.empty();
         d.adapters = matching(t.at("PCIAdapter"), "PCIKey", {key});
         std::set<int64_t> hardware_ids, function_keys;
@@ -626,7 +643,8 @@ json drive(const service::model::storage& s, size_t i) {
     auto presence = r.number("Presence");
     if (presence) j["Status"] = *presence ? enabled() : json{{"State", "Absent"}};
     json l = json{{"Chassis", link(kChassisUri)}};
-    if (s.dev) l["PCIeFunctions"] = links({s.dev->function_uri(r.number("FunctionNo").value_or(0))});
+    if (auto f = s.dev ? s.dev->function_link(r.number("FunctionNo")) : std::nullopt)
+        l["PCIeFunctions"] = links({*f});
     j["Links"] = l;
     j["Oem"] = json{{"AIM", columns_of(r)}};
     return j;
@@ -686,7 +704,8 @@ json network_device_function(const device& d, size_t i) {
     put(eth, "PermanentMACAddress", mac(l.text("PermanentAddress")));
     put(j, "Ethernet", eth);
     j["Status"] = enabled();
-    json lk = json{{"PCIeFunction", link(d.function_uri(l.number("FunctionNo").value_or(0)))}};
+    json lk = json::object();
+    if (auto f = d.function_link(l.number("FunctionNo"))) lk["PCIeFunction"] = link(*f);
     for (size_t p = 0; p < d.ports.size(); ++p) {
         if (d.ports[p].number("PCIFuncKey") == l.number("PCIFuncKey") &&
             d.ports[p].number("Idx") == l.number("PhyIdx"))

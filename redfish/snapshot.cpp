@@ -148,17 +148,23 @@ bool snapshot::read(const std::string& path, std::string& error) {
         return false;
     }
     sqlite3_busy_timeout(raw, 2000);
-    if (sqlite3_exec(raw, "PRAGMA query_only=1; BEGIN", nullptr, nullptr, nullptr) != SQLITE_OK) {
-        error = sqlite3_errmsg(raw);
+    return read(raw, error);
+}
+
+bool snapshot::read(sqlite3* db, std::string& error) {
+    tables_.clear();
+    if (sqlite3_exec(db, "PRAGMA query_only=1; BEGIN", nullptr, nullptr, nullptr) != SQLITE_OK) {
+        error = sqlite3_errmsg(db);
         return false;
     }
     for (const char* const* name = table_names; *name; ++name) {
-        if (!read_table(raw, *name, tables_[*name], error)) {
+        if (!read_table(db, *name, tables_[*name], error)) {
             tables_.clear();
+            sqlite3_exec(db, "ROLLBACK", nullptr, nullptr, nullptr);
             return false;
         }
     }
-    sqlite3_exec(raw, "COMMIT", nullptr, nullptr, nullptr);
+    sqlite3_exec(db, "COMMIT", nullptr, nullptr, nullptr);
     return true;
 }
 

@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+struct sqlite3;
+
 namespace redfish {
 
 // One cell as SQLite stored it.
@@ -53,6 +55,8 @@ public:
     // Reads every table of table_names from the SQLite database at `path`; false with the
     // reason in `error` when the database cannot be opened or read.
     bool read(const std::string& path, std::string& error);
+    // The same from an open connection, in one read transaction of its own.
+    bool read(sqlite3* db, std::string& error);
     const table& operator[](const std::string& name) const;
     // Every row of a table, as records.
     std::vector<rec> rows(const std::string& name) const;

@@ -7,11 +7,12 @@
 #   fuzz  also clang and libFuzzer's runtime (make fuzz)
 #   web   also Debian's Chromium (make test-web)
 set -euo pipefail
-# (pugixml only for the benchmark's memory anchor; cpp-httplib for aimctl serve; redfishtool,
-# python3-sushy and apache2-utils are the Redfish clients and the load generator of the tests)
+# (pugixml only for the benchmark's memory anchor; Boost (Beast, Asio) for aimctl serve;
+# redfishtool, python3-sushy and apache2-utils are the Redfish clients and the load generator of
+# the tests)
 PKGS=(build-essential cmake pkg-config libexpat1-dev libpugixml-dev libsqlite3-dev nlohmann-json3-dev
       libgtest-dev libgmock-dev valgrind libxml2-utils sqlite3 man-db bsdextrautils
-      libcpp-httplib-dev redfishtool python3-sushy apache2-utils)
+      libboost-dev redfishtool python3-sushy apache2-utils)
 for group in "$@"; do
   case "$group" in
     arm) PKGS+=(g++-arm-linux-gnueabihf qemu-user) ;;

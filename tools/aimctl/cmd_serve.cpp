@@ -58,6 +58,8 @@ int run_serve(const std::vector<std::string>& args) {
     std::string host = address.find(':') != std::string::npos ? "[" + address + "]" : address;
     printf("listening on http://%s:%d\n", host.c_str(), bound);
     fflush(stdout);
+    fprintf(stderr, "aimctl serve: at most %zu connections at once (open-file limit %zu)\n",
+            server.max_connections(), server.open_file_limit());
 
     std::thread watcher([&] {
         int sig = 0;
@@ -80,13 +82,18 @@ AIMCTL_COMMAND("serve", "serve an inventory database as Redfish and an inventory
                "usage: aimctl serve --db DB [--bind ADDR] [--port N]\n\n"
                "Serves the inventory database DB over HTTP/1.1 as a read-only Redfish service\n"
                "(GET and HEAD of every resource that 'aimctl redfish' shows) and, at /, an\n"
-               "inventory page that shows each adapter by slot. The database is read afresh\n"
-               "for each request, so a new 'aimctl ingest' shows without a restart; no request\n"
-               "changes it (any other method is answered 405).\n"
+               "inventory page that shows each adapter by slot. The resources are kept between\n"
+               "requests and read again when the database has changed, so a new 'aimctl ingest'\n"
+               "shows at the next request; no request changes it (any other method is answered\n"
+               "405).\n"
                "  --bind ADDR  address to listen on (default 127.0.0.1)\n"
                "  --port N     port (default 8000; 0 picks a free port)\n\n"
-               "The first line printed is 'listening on http://ADDR:PORT'. SIGINT or SIGTERM\n"
-               "stops the server.\n\n"
+               "The first line printed is 'listening on http://ADDR:PORT'; standard error then\n"
+               "says how many connections are served at once (at most 1024, fewer when the\n"
+               "open-file limit is lower). A connection is closed after 60 s without a request,\n"
+               "or when a request's header is not complete 15 s after its first byte. A header\n"
+               "over 8 KiB (431), a URI over 2 KiB (414) or a request body (413) is refused and\n"
+               "the connection closed. SIGINT or SIGTERM stops the server.\n\n"
                "Exit status: 0 when stopped by a signal, 1 when DB does not exist or the address\n"
                "cannot be bound, 2 for bad arguments.\n",
                run_serve);

@@ -1,0 +1,85 @@
+// Any bytes as what a client sends on one connection to the Redfish service (request lines,
+// headers, pipelined requests, junk), through the server's connection handling to the bytes
+// it answers, over the inventory database of the example machine server-2u. Every answer must
+// be a whole HTTP/1.1 response with a status code, and the answers must be all that was sent.
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <boost/beast/core.hpp>
+#include <boost/beast/http.hpp>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "fuzz/harness.h"
+#include "redfish/cache.h"
+#include "redfish/http.h"
+
+namespace {
+
+redfish::resource_cache* cache;
+
+[[noreturn]] void bad_answer(const std::string& answer, const char* why) {
+    fprintf(stderr, "http_request: %s in the answer:\n%.*s\n", why,
+            static_cast<int>(answer.size() > 4000 ? 4000 : answer.size()), answer.data());
+    abort();
+}
+
+// Whether each request of `input` that the server can have read whole is a HEAD, in order (the
+// answer to a HEAD has a length but no body).
+std::vector<bool> heads(const std::string& input) {
+    namespace http = boost::beast::http;
+    std::vector<bool> out;
+    boost::beast::string_view rest(input);
+    while (!rest.empty()) {
+        http::request_parser<http::empty_body> parser;
+        parser.header_limit(8 * 1024);
+        boost::system::error_code ec;
+        size_t used = parser.put(boost::asio::buffer(rest.data(), rest.size()), ec);
+        if (ec || !parser.is_header_done()) break;
+        out.push_back(parser.get().method() == http::verb::head);
+        if (!parser.is_done()) break;  // a body: the server answers and closes
+        rest.remove_prefix(used);
+    }
+    return out;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+    fuzz::controller();
+    cache = new redfish::resource_cache(fuzz::machine_database("server-2u"));
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    namespace http = boost::beast::http;
+    std::string input(reinterpret_cast<const char*>(data), size);
+    std::string answer = redfish::answer_connection(*cache, input);
+    std::vector<bool> head = heads(input);
+    size_t n = 0;
+    // The answers, one after the other, each parsed whole.
+    if (answer.empty()) return 0;
+    boost::beast::flat_buffer rest;
+    auto in = rest.prepare(answer.size());
+    memcpy(in.data(), answer.data(), answer.size());
+    rest.commit(answer.size());
+    while (rest.size() > 0) {
+        http::response_parser<http::string_body> parser;
+        parser.eager(true);
+        parser.skip(n < head.size() && head[n]);
+        ++n;
+        boost::system::error_code ec;
+        size_t used = parser.put(rest.data(), ec);
+        if (ec && ec != http::error::need_more) bad_answer(answer, "a response that does not parse");
+        rest.consume(used);
+        // A response carries its length, so that its end is known without the connection's.
+        if (!parser.is_done()) bad_answer(answer, "an incomplete response");
+        const auto& res = parser.get();
+        if (res.version() != 11 && res.version() != 10) bad_answer(answer, "an HTTP version other than 1.x");
+        if (res.result_int() < 200 || res.result_int() > 599)
+            bad_answer(answer, "a status code out of range");
+    }
+    return 0;
+}

@@ -1,0 +1,99 @@
+// The kept Redfish resources of an inventory database (see redfish/cache.h).
+#include "redfish/cache.h"
+
+#include <sqlite3.h>
+#include <sys/stat.h>
+
+#include <utility>
+
+namespace redfish {
+namespace {
+
+std::string without_trailing_slashes(std::string path) {
+    while (path.size() > 1 && path.back() == '/') path.pop_back();
+    return path;
+}
+
+}  // namespace
+
+generation::generation(snapshot db) : db_(std::move(db)), service_(db_) {
+    for (const std::string& uri : service_.uris()) {
+        response r = service_.get(uri);
+        bodies_.emplace(uri, std::make_shared<rendered>(rendered{r.status, to_text(r.body)}));
+    }
+}
+
+std::shared_ptr<const rendered> generation::get(const std::string& path) const {
+    std::string uri = without_trailing_slashes(path);
+    auto it = bodies_.find(uri);
+    if (it != bodies_.end()) return it->second;
+    // Not a listed resource: whatever the service answers (404 for anything it does not
+    // know), rendered for this request only, so that unknown URIs never grow the cache.
+    response r = service_.get(path);
+    return std::make_shared<rendered>(rendered{r.status, to_text(r.body)});
+}
+
+resource_cache::resource_cache(std::string path) : path_(std::move(path)) {}
+
+resource_cache::~resource_cache() { close(); }
+
+void resource_cache::close() {
+    if (db_) sqlite3_close(db_);
+    db_ = nullptr;
+    version_ = -1;
+    gen_.reset();
+}
+
+bool resource_cache::reopen(std::string& error) {
+    close();
+    struct stat st;
+    if (stat(path_.c_str(), &st) != 0) {
+        error = "unable to open database file";
+        return false;
+    }
+    // Read-only, and never created: a missing file is an error, not an empty database.
+    int rc = sqlite3_open_v2(path_.c_str(), &db_, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX, nullptr);
+    if (rc != SQLITE_OK) {
+        error = db_ ? sqlite3_errmsg(db_) : "out of memory";
+        close();
+        return false;
+    }
+    sqlite3_busy_timeout(db_, 2000);
+    device_ = static_cast<uint64_t>(st.st_dev);
+    inode_ = static_cast<uint64_t>(st.st_ino);
+    return true;
+}
+
+std::shared_ptr<const generation> resource_cache::current(std::string& error) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    struct stat st;
+    bool same_file = db_ && stat(path_.c_str(), &st) == 0 && static_cast<uint64_t>(st.st_dev) == device_ &&
+                     static_cast<uint64_t>(st.st_ino) == inode_;
+    if (!same_file && !reopen(error)) return nullptr;
+
+    // The data version of the kept connection changes whenever another connection (another
+    // process included) commits to the database.
+    int64_t version = -1;
+    sqlite3_stmt* stmt = nullptr;
+    if (sqlite3_prepare_v2(db_, "PRAGMA data_version", -1, &stmt, nullptr) == SQLITE_OK &&
+        sqlite3_step(stmt) == SQLITE_ROW)
+        version = sqlite3_column_int64(stmt, 0);
+    sqlite3_finalize(stmt);
+    if (version < 0) {
+        error = sqlite3_errmsg(db_);
+        close();
+        return nullptr;
+    }
+    if (gen_ && version == version_) return gen_;
+
+    snapshot db;
+    if (!db.read(db_, error)) {
+        gen_.reset();
+        return nullptr;
+    }
+    gen_ = std::make_shared<const generation>(std::move(db));
+    version_ = version;
+    return gen_;
+}
+
+}  // namespace redfish
