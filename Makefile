@@ -19,7 +19,7 @@ SANITIZER_ENV = ASAN_OPTIONS=detect_leaks=1:abort_on_error=0:exitcode=86 \
 	UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1:exitcode=86 LSAN_OPTIONS=exitcode=23
 
 .PHONY: all deps deps-arm deps-web build demo serve test test-web bench lib-sizes test-arm build-arm test-sanitize build-asan leak-check \
-	deps-fuzz build-fuzz fuzz update-symbols clean
+	deps-fuzz build-fuzz fuzz update-symbols clean deps-http-bench bench-http
 
 all: build
 
@@ -64,6 +64,14 @@ bench: deps
 	cmake -S . -B $(BUILD)-bench -DCMAKE_BUILD_TYPE=Release -DAIM_BUILD_BENCH=ON -DAIM_BUILD_TESTS=OFF $(CMAKE_FLAGS)
 	cmake --build $(BUILD)-bench -j $(JOBS) --target aim_bench
 	$(BUILD)-bench/bin/aim_bench --csv $(BUILD)-bench/aim_bench.csv $(BENCH_ARGS)
+
+# The Redfish server side by side with nginx serving the same resources as static files (wrk,
+# ab, one kept-alive GET); the table goes to docs/benchmark.md and README.md.
+deps-http-bench:
+	@scripts/install-deps.sh http-bench
+
+bench-http: build deps-http-bench
+	scripts/bench-http.sh $(BUILD)
 
 # Stripped size of the library as built for the host (x86-64) and for the controller (ARM), both -O2.
 lib-sizes: build build-arm

@@ -38,6 +38,8 @@ resource_cache::resource_cache(std::string path) : path_(std::move(path)) {}
 resource_cache::~resource_cache() { close(); }
 
 void resource_cache::close() {
+    sqlite3_finalize(version_stmt_);
+    version_stmt_ = nullptr;
     if (db_) sqlite3_close(db_);
     db_ = nullptr;
     version_ = -1;
@@ -74,11 +76,10 @@ std::shared_ptr<const generation> resource_cache::current(std::string& error) {
     // The data version of the kept connection changes whenever another connection (another
     // process included) commits to the database.
     int64_t version = -1;
-    sqlite3_stmt* stmt = nullptr;
-    if (sqlite3_prepare_v2(db_, "PRAGMA data_version", -1, &stmt, nullptr) == SQLITE_OK &&
-        sqlite3_step(stmt) == SQLITE_ROW)
-        version = sqlite3_column_int64(stmt, 0);
-    sqlite3_finalize(stmt);
+    if (!version_stmt_) sqlite3_prepare_v2(db_, "PRAGMA data_version", -1, &version_stmt_, nullptr);
+    if (version_stmt_ && sqlite3_step(version_stmt_) == SQLITE_ROW)
+        version = sqlite3_column_int64(version_stmt_, 0);
+    if (version_stmt_) sqlite3_reset(version_stmt_);
     if (version < 0) {
         error = sqlite3_errmsg(db_);
         close();

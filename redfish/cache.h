@@ -23,6 +23,7 @@
 #include "redfish/service.h"
 
 struct sqlite3;
+struct sqlite3_stmt;
 
 namespace redfish {
 
@@ -65,8 +66,9 @@ private:
     const std::string path_;
     std::mutex mutex_;
     sqlite3* db_ = nullptr;
-    uint64_t device_ = 0, inode_ = 0;  // the file that db_ has open
-    int64_t version_ = -1;             // "PRAGMA data_version" when gen_ was read
+    sqlite3_stmt* version_stmt_ = nullptr;  // "PRAGMA data_version", kept prepared
+    uint64_t device_ = 0, inode_ = 0;       // the file that db_ has open
+    int64_t version_ = -1;                  // "PRAGMA data_version" when gen_ was read
     std::shared_ptr<const generation> gen_;
 };
 

@@ -18,6 +18,8 @@
 #include <boost/beast/core.hpp>
 #include <boost/beast/http.hpp>
 #include <chrono>
+#include <list>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
@@ -156,40 +158,95 @@ void close_sending(tcp::socket& s) {
 void close_stream(beast::test::stream& s) { s.close(); }
 void close_sending(beast::test::stream&) {}
 
+// ---- Deadlines -------------------------------------------------------------------------------
+
+using clock_type = std::chrono::steady_clock;
+
+int64_t now_ns() {
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(clock_type::now().time_since_epoch()).count();
+}
+
+// What the watchdog sees of a connection: its deadline and a way to close it on its own thread.
+class watched {
+public:
+    virtual ~watched() = default;
+    virtual void expire() = 0;  // posts, to the connection's thread, closing when overdue
+    std::atomic<int64_t> deadline{INT64_MAX};
+};
+
+// Every connection of the server with its deadline, swept once a second: a connection past it
+// is closed. One sweep instead of a timer per connection keeps the timer out of each request
+// (a deadline is one store), at the price of closing up to a second late.
+class watchdog {
+public:
+    std::list<std::weak_ptr<watched>>::iterator add(std::weak_ptr<watched> c) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return connections_.insert(connections_.end(), std::move(c));
+    }
+    void remove(std::list<std::weak_ptr<watched>>::iterator at) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        connections_.erase(at);
+    }
+    void sweep() {
+        std::vector<std::shared_ptr<watched>> overdue;
+        int64_t now = now_ns();
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            for (const auto& weak : connections_) {
+                std::shared_ptr<watched> c = weak.lock();
+                if (c && c->deadline.load(std::memory_order_relaxed) <= now) overdue.push_back(std::move(c));
+            }
+        }
+        // Released outside the lock: the last reference may end a connection, which removes
+        // itself from the list.
+        for (auto& c : overdue) c->expire();
+    }
+
+private:
+    std::mutex mutex_;
+    std::list<std::weak_ptr<watched>> connections_;
+};
+
 // ---- One connection ---------------------------------------------------------------------------
 
 template <class Stream>
-class connection : public std::enable_shared_from_this<connection<Stream>> {
+class connection : public watched, public std::enable_shared_from_this<connection<Stream>> {
 public:
-    connection(Stream stream, resource_cache& cache, std::atomic<size_t>& open)
-        : stream_(std::move(stream)),
-          timer_(stream_.get_executor()),
-          buffer_(kHeaderLimit + 4096),
-          cache_(cache),
-          open_(open) {
+    // `dog` (null for an in-memory stream, which never waits) closes the connection when a
+    // deadline passes.
+    connection(Stream stream, resource_cache& cache, std::atomic<size_t>& open, watchdog* dog)
+        : stream_(std::move(stream)), buffer_(kHeaderLimit + 4096), cache_(cache), open_(open), dog_(dog) {
         ++open_;
     }
-    ~connection() { --open_; }
+    ~connection() override {
+        if (dog_) dog_->remove(watch_);
+        --open_;
+    }
 
-    void start() { wait_for_request(); }
+    void start() {
+        if (dog_) watch_ = dog_->add(this->shared_from_this());
+        wait_for_request();
+    }
+
+    void expire() override {
+        net::post(stream_.get_executor(), [self = this->shared_from_this()] {
+            if (self->deadline.load(std::memory_order_relaxed) <= now_ns()) self->close();
+        });
+    }
 
 private:
     using std::enable_shared_from_this<connection>::shared_from_this;
 
-    // Closes the connection when `limit` passes before the next arm() or close().
+    // The connection is closed when `limit` passes before the next arm() or the end.
     void arm(std::chrono::seconds limit) {
-        unsigned armed = ++armed_;
-        timer_.expires_after(limit);
-        timer_.async_wait([self = shared_from_this(), armed](error_code ec) {
-            if (!ec && armed == self->armed_) self->close();
-        });
+        deadline.store(now_ns() + std::chrono::duration_cast<std::chrono::nanoseconds>(limit).count(),
+                       std::memory_order_relaxed);
     }
 
     void close() {
         if (closed_) return;
         closed_ = true;
-        ++armed_;
-        timer_.cancel();
+        deadline.store(INT64_MAX, std::memory_order_relaxed);
         close_stream(stream_);
     }
 
@@ -294,14 +351,14 @@ private:
     }
 
     Stream stream_;
-    net::steady_timer timer_;
     beast::flat_buffer buffer_;
     std::optional<http::request_parser<http::empty_body>> parser_;
     http::response<http::span_body<const char>> res_;
     reply reply_;  // owns the text that res_ points at while it is written
     resource_cache& cache_;
     std::atomic<size_t>& open_;
-    unsigned armed_ = 0;
+    watchdog* dog_;
+    std::list<std::weak_ptr<watched>>::iterator watch_;
     size_t lingered_ = 0;
     bool closed_ = false;
 };
@@ -322,11 +379,21 @@ size_t raise_file_limit() {
 
 }  // namespace
 
+// One event loop per thread, each run by that thread alone (so without locks); the listener
+// and the watchdog's sweep live on the first, and accepted connections go to the loops in turn.
 struct http_server::impl {
     explicit impl(std::string database) : cache(std::move(database)) {}
 
+    static std::vector<std::unique_ptr<net::io_context>> make_loops() {
+        std::vector<std::unique_ptr<net::io_context>> out;
+        unsigned threads = std::max(1u, std::min(4u, std::thread::hardware_concurrency()));
+        for (unsigned i = 0; i < threads; ++i) out.push_back(std::make_unique<net::io_context>(1));
+        return out;
+    }
+
     void accept() {
-        acceptor.async_accept(net::make_strand(ioc), [this](error_code ec, tcp::socket socket) {
+        net::io_context& loop = *loops[next++ % loops.size()];
+        acceptor.async_accept(loop, [this](error_code ec, tcp::socket socket) {
             if (ec == net::error::operation_aborted || !acceptor.is_open()) return;
             if (ec) {
                 // Out of files or memory: try again shortly rather than spin.
@@ -334,24 +401,36 @@ struct http_server::impl {
                 retry.async_wait([this](error_code) { accept(); });
                 return;
             }
+            error_code ignored;
             if (open.load() >= max_connections) {
-                error_code ignored;
                 socket.close(ignored);
             } else {
-                error_code ignored;
                 socket.set_option(tcp::no_delay(true), ignored);
-                std::make_shared<connection<tcp::socket>>(std::move(socket), cache, open)->start();
+                std::make_shared<connection<tcp::socket>>(std::move(socket), cache, open, &dog)->start();
             }
             accept();
         });
     }
 
+    void sweep() {
+        sweeper.expires_after(std::chrono::seconds(1));
+        sweeper.async_wait([this](error_code ec) {
+            if (ec) return;
+            dog.sweep();
+            sweep();
+        });
+    }
+
     resource_cache cache;
     std::atomic<size_t> open{0};
+    watchdog dog;
     size_t file_limit = 0, max_connections = kMaxConnections;
-    net::io_context ioc;  // after what its handlers use, so that it goes first
-    tcp::acceptor acceptor{ioc};
-    net::steady_timer retry{ioc};
+    size_t next = 0;
+    // After what their handlers use, so that they go first; the listener and timers after the
+    // loops, so that they go before them.
+    std::vector<std::unique_ptr<net::io_context>> loops = make_loops();
+    tcp::acceptor acceptor{*loops.at(0)};
+    net::steady_timer retry{*loops.at(0)}, sweeper{*loops.at(0)};
 };
 
 http_server::http_server(std::string database) : p_(new impl(std::move(database))) {
@@ -368,7 +447,7 @@ size_t http_server::open_file_limit() const { return p_->file_limit; }
 
 int http_server::bind(const std::string& address, int port) {
     error_code ec;
-    tcp::resolver resolver(p_->ioc);
+    tcp::resolver resolver(*p_->loops[0]);
     auto endpoints = resolver.resolve(address, std::to_string(port), tcp::resolver::passive, ec);
     if (ec || endpoints.empty()) return -1;
     tcp::endpoint at = endpoints.begin()->endpoint();
@@ -388,10 +467,12 @@ int http_server::bind(const std::string& address, int port) {
 bool http_server::run() {
     if (!p_->acceptor.is_open()) return false;
     p_->accept();
-    auto serve = [this] {
+    p_->sweep();
+    auto serve = [](net::io_context& loop) {
+        auto work = net::make_work_guard(loop);  // a loop without connections waits for some
         for (;;) {
             try {
-                p_->ioc.run();
+                loop.run();
                 return;
             } catch (const std::exception& e) {
                 // The connection whose handler threw is gone; the others go on.
@@ -399,15 +480,16 @@ bool http_server::run() {
             }
         }
     };
-    unsigned threads = std::max(1u, std::min(4u, std::thread::hardware_concurrency()));
     std::vector<std::thread> others;
-    for (unsigned i = 1; i < threads; ++i) others.emplace_back(serve);
-    serve();
+    for (size_t i = 1; i < p_->loops.size(); ++i) others.emplace_back(serve, std::ref(*p_->loops[i]));
+    serve(*p_->loops[0]);
     for (std::thread& t : others) t.join();
     return true;
 }
 
-void http_server::stop() { p_->ioc.stop(); }
+void http_server::stop() {
+    for (auto& loop : p_->loops) loop->stop();
+}
 
 std::string answer_connection(resource_cache& cache, const std::string& input) {
     net::io_context ioc;
@@ -416,7 +498,7 @@ std::string answer_connection(resource_cache& cache, const std::string& input) {
     server.append(input);
     client.close();
     std::atomic<size_t> open{0};
-    std::make_shared<connection<beast::test::stream>>(std::move(server), cache, open)->start();
+    std::make_shared<connection<beast::test::stream>>(std::move(server), cache, open, nullptr)->start();
     ioc.run();
     return std::string(client.str());
 }

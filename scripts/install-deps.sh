@@ -6,6 +6,7 @@
 #   arm   also the 32-bit ARM cross compiler and the user-mode emulator (make test-arm)
 #   fuzz  also clang and libFuzzer's runtime (make fuzz)
 #   web   also Debian's Chromium (make test-web)
+#   http-bench  also nginx, wrk and curl (make bench-http)
 set -euo pipefail
 # (pugixml only for the benchmark's memory anchor; Boost (Beast, Asio) for aimctl serve;
 # redfishtool, python3-sushy and apache2-utils are the Redfish clients and the load generator of
@@ -18,7 +19,8 @@ for group in "$@"; do
     arm) PKGS+=(g++-arm-linux-gnueabihf qemu-user) ;;
     fuzz) PKGS+=(clang-14 libclang-rt-14-dev) ;;
     web) PKGS+=(chromium fonts-dejavu-core) ;;
-    *) echo "install-deps: unknown group '$group' (known: arm, fuzz, web)" >&2; exit 2 ;;
+    http-bench) PKGS+=(nginx-light wrk curl) ;;
+    *) echo "install-deps: unknown group '$group' (known: arm, fuzz, web, http-bench)" >&2; exit 2 ;;
   esac
 done
 missing=()
