@@ -2,6 +2,7 @@
 #include "redfish/cache.h"
 
 #include <sqlite3.h>
+#include <stdio.h>
 #include <sys/stat.h>
 
 #include <utility>
@@ -14,13 +15,39 @@ std::string without_trailing_slashes(std::string path) {
     return path;
 }
 
+// FNV-1a, 64 bits: the same text always gets the same tag, in every process.
+uint64_t fingerprint(const std::string& text) {
+    uint64_t h = 14695981039346656037ull;
+    for (unsigned char c : text) {
+        h ^= c;
+        h *= 1099511628211ull;
+    }
+    return h;
+}
+
 }  // namespace
 
-generation::generation(snapshot db) : db_(std::move(db)), service_(db_) {
-    for (const std::string& uri : service_.uris()) {
-        response r = service_.get(uri);
-        bodies_.emplace(uri, std::make_shared<rendered>(rendered{r.status, to_text(r.body)}));
+std::shared_ptr<const rendered> render(const response& r) {
+    auto out = std::make_shared<rendered>();
+    out->status = r.status;
+    if (r.content_type) {
+        out->body = r.text;
+        out->content_type = r.content_type;
+    } else {
+        out->body = to_text(r.body);
+        if (r.body.is_object() && r.body.contains("@odata.type") && r.body["@odata.type"].is_string())
+            out->described_by = described_by(r.body["@odata.type"].get<std::string>());
     }
+    if (r.status == 200) {
+        char tag[24];
+        snprintf(tag, sizeof tag, "\"%016llx\"", static_cast<unsigned long long>(fingerprint(out->body)));
+        out->etag = tag;
+    }
+    return out;
+}
+
+generation::generation(snapshot db) : db_(std::move(db)), service_(db_) {
+    for (const std::string& uri : service_.uris()) bodies_.emplace(uri, render(service_.get(uri)));
 }
 
 std::shared_ptr<const rendered> generation::get(const std::string& path) const {
@@ -29,8 +56,7 @@ std::shared_ptr<const rendered> generation::get(const std::string& path) const {
     if (it != bodies_.end()) return it->second;
     // Not a listed resource: whatever the service answers (404 for anything it does not
     // know), rendered for this request only, so that unknown URIs never grow the cache.
-    response r = service_.get(path);
-    return std::make_shared<rendered>(rendered{r.status, to_text(r.body)});
+    return render(service_.get(path));
 }
 
 resource_cache::resource_cache(std::string path) : path_(std::move(path)) {}

@@ -27,11 +27,17 @@ struct sqlite3_stmt;
 
 namespace redfish {
 
-// One answer as it goes out: status and JSON text.
+// One answer as it goes out: status, body text and what the headers say of it.
 struct rendered {
     int status = 200;
     std::string body;
+    std::string content_type = "application/json";
+    std::string etag;          // a strong validator of the body ("\"...\""); empty for errors
+    std::string described_by;  // the JsonSchemaFile of its @odata.type, for the Link header
 };
+
+// A service answer rendered: the text, its ETag (of a 200 answer) and its schema link.
+std::shared_ptr<const rendered> render(const response& r);
 
 // One state of the database: its tables, its model and every resource rendered.
 class generation {

@@ -27,6 +27,7 @@
 #include <vector>
 
 #include "redfish/cache.h"
+#include "redfish/protocol.h"
 #include "redfish/service.h"
 
 namespace redfish {
@@ -47,102 +48,7 @@ const size_t kReservedFiles = 64;  // the listener, the database, standard strea
 const size_t kHeaderLimit = 8 * 1024;
 const size_t kTargetLimit = 2 * 1024;
 const size_t kLingerBytes = 64 * 1024;
-const char* const kAllow = "GET, HEAD";
-const char* const kJson = "application/json";
-
-// ---- Requests to answers --------------------------------------------------------------------
-
-// True when `s` is well-formed UTF-8 (no overlong form, surrogate or code point past
-// U+10FFFF) without control bytes.
-bool clean_path(const std::string& s) {
-    for (size_t i = 0; i < s.size();) {
-        unsigned char c = static_cast<unsigned char>(s[i]);
-        if (c < 0x20 || c == 0x7F) return false;
-        size_t n = c < 0x80                 ? 1
-                   : c >= 0xC2 && c <= 0xDF ? 2
-                   : c >= 0xE0 && c <= 0xEF ? 3
-                   : c >= 0xF0 && c <= 0xF4 ? 4
-                                            : 0;
-        if (n == 0 || i + n > s.size()) return false;
-        for (size_t k = 1; k < n; ++k) {
-            if ((static_cast<unsigned char>(s[i + k]) >> 6) != 0x2) return false;
-        }
-        unsigned char c1 = n > 1 ? static_cast<unsigned char>(s[i + 1]) : 0;
-        if ((c == 0xE0 && c1 < 0xA0) || (c == 0xED && c1 >= 0xA0) || (c == 0xF0 && c1 < 0x90) ||
-            (c == 0xF4 && c1 >= 0x90))
-            return false;
-        i += n;
-    }
-    return true;
-}
-
-bool dot_dot(const std::string& path) {
-    size_t start = 0;
-    while (start <= path.size()) {
-        size_t end = path.find('/', start);
-        if (end == std::string::npos) end = path.size();
-        if (path.compare(start, end - start, "..") == 0 && end - start == 2) return true;
-        start = end + 1;
-    }
-    return false;
-}
-
-int hex_digit(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
-
-// The path of a request target, without its query, percent-decoded; false for a bad escape.
-bool decode_path(beast::string_view target, std::string& out) {
-    target = target.substr(0, std::min(target.find('?'), target.find('#')));
-    out.clear();
-    for (size_t i = 0; i < target.size(); ++i) {
-        if (target[i] != '%') {
-            out += target[i];
-            continue;
-        }
-        int hi = i + 2 < target.size() ? hex_digit(target[i + 1]) : -1;
-        int lo = hi >= 0 ? hex_digit(target[i + 2]) : -1;
-        if (lo < 0) return false;
-        out += static_cast<char>(hi * 16 + lo);
-        i += 2;
-    }
-    return true;
-}
-
-// One answer: status, content type and body text (shared with the cache where it came from).
-struct reply {
-    unsigned status = 200;
-    const char* content_type = kJson;
-    std::shared_ptr<const rendered> body;
-};
-
-reply error_reply(unsigned status, const std::string& detail) {
-    return reply{
-        status, kJson,
-        std::make_shared<rendered>(rendered{static_cast<int>(status), to_text(error_body(status, detail))})};
-}
-
-reply page_reply() {
-    static const std::shared_ptr<const rendered> page =
-        std::make_shared<rendered>(rendered{200, inventory_page()});
-    return reply{200, "text/html; charset=utf-8", page};
-}
-
-// The answer to a GET or HEAD of `target`.
-reply answer(beast::string_view target, resource_cache& cache) {
-    std::string path;
-    if (!decode_path(target, path) || !clean_path(path) || dot_dot(path))
-        return error_reply(400, "The URI is not a valid resource path.");
-    if (path == "/" || path == "/index.html") return page_reply();
-    std::string error;
-    std::shared_ptr<const generation> gen = cache.current(error);
-    if (!gen) return error_reply(500, "The inventory database cannot be read: " + error);
-    std::shared_ptr<const rendered> r = gen->get(path);
-    return reply{static_cast<unsigned>(r->status), kJson, std::move(r)};
-}
+const size_t kBodyLimit = 8 * 1024;  // of a GET's body, which is read and ignored
 
 // ---- Streams ----------------------------------------------------------------------------------
 
@@ -266,6 +172,7 @@ private:
         arm(kHeaderTime);
         parser_.emplace();
         parser_->header_limit(static_cast<std::uint32_t>(kHeaderLimit));
+        parser_->body_limit(kBodyLimit);
         http::async_read_header(stream_, buffer_, *parser_,
                                 [self = shared_from_this()](error_code ec, size_t) {
                                     if (!self->closed_) self->on_header(ec);
@@ -293,15 +200,40 @@ private:
 
     void handle() {
         const auto& req = parser_->get();
-        bool body = parser_->chunked() || parser_->content_length().value_or(0) > 0;
         bool head = req.method() == http::verb::head;
         if (req.target().size() > kTargetLimit)
             return respond(error_reply(414, "The URI is longer than 2 KiB."), after::linger, head);
-        if (req.method() != http::verb::get && !head)
-            return respond(error_reply(405, ""), body ? after::linger : after::keep, false);
-        if (body)
-            return respond(error_reply(413, "A request of this service has no body."), after::linger, head);
-        respond(answer(req.target(), cache_), req.keep_alive() ? after::keep : after::close, head);
+        bool reads = req.method() == http::verb::get || head;
+        if (!reads) return respond(error_reply(405, ""), parser_->is_done() ? after::keep : after::linger, false);
+        if (!parser_->is_done()) {
+            // A body of a GET or HEAD: read (and then ignored) when small, else refused.
+            if (parser_->content_length().value_or(0) > kBodyLimit)
+                return respond(error_reply(413, ""), after::linger, head);
+            http::async_read(stream_, buffer_, *parser_, [self = shared_from_this()](error_code ec, size_t) {
+                if (self->closed_) return;
+                if (ec == http::error::body_limit)
+                    return self->respond(error_reply(413, ""), after::linger, false);
+                if (ec) return self->close();
+                self->answer_request();
+            });
+            return;
+        }
+        answer_request();
+    }
+
+    void answer_request() {
+        const auto& req = parser_->get();
+        bool head = req.method() == http::verb::head;
+        request_view view;
+        view.target = std::string(req.target());
+        auto header = [&](const char* name) {
+            auto it = req.find(name);
+            return it == req.end() ? std::string() : std::string(it->value());
+        };
+        view.odata_version = header("OData-Version");
+        view.odata_max_version = header("OData-MaxVersion");
+        view.if_none_match = header("If-None-Match");
+        respond(answer(view, cache_), req.keep_alive() ? after::keep : after::close, head);
     }
 
     // What follows an answer: the next request, closing, or closing after whatever the client
@@ -314,14 +246,16 @@ private:
         res_ = {};
         res_.version(version);
         res_.result(reply_.status);
-        res_.set(http::field::content_type, reply_.content_type);
-        res_.set("OData-Version", "4.0");
-        if (reply_.status == 405) res_.set(http::field::allow, kAllow);
+        for (const auto& h : answer_headers(reply_)) res_.set(h.first, h.second);
         res_.keep_alive(next == after::keep);
-        const std::string& text = reply_.body->body;
         using span = http::span_body<const char>::value_type;
-        res_.body() = head ? span() : span(text.data(), text.size());
-        res_.content_length(text.size());
+        if (reply_.status == 304) {
+            res_.body() = span();
+        } else {
+            const std::string& text = reply_.body->body;
+            res_.body() = head ? span() : span(text.data(), text.size());
+            res_.content_length(text.size());
+        }
         arm(kWriteTime);
         http::async_write(stream_, res_, [self = shared_from_this(), next](error_code ec, size_t) {
             if (self->closed_) return;
@@ -352,7 +286,7 @@ private:
 
     Stream stream_;
     beast::flat_buffer buffer_;
-    std::optional<http::request_parser<http::empty_body>> parser_;
+    std::optional<http::request_parser<http::string_body>> parser_;
     http::response<http::span_body<const char>> res_;
     reply reply_;  // owns the text that res_ points at while it is written
     resource_cache& cache_;

@@ -3,13 +3,18 @@
 // tables (redfish/snapshot.h) with nlohmann-json.
 //
 // Resources (all below /redfish/v1):
-//   Systems/system                      the host, with its PCIe devices, Processors, Storage
-//     PCIeDevices/{device}              one per adapter: a PCI device with a "PCIAdapter" row
-//       PCIeFunctions/{function}        one per present function ("PCIs")
+//   $metadata, odata                    the service's CSDL document and OData service document
+//   JsonSchemas/{type}                  one JsonSchemaFile per type sent (DMTF's publication, or
+//                                       schemas/AimInventory.v1_0_0.json, the OEM schema, whose
+//                                       CSDL is schemas/AimInventory_v1.xml)
+//   Systems/system                      the host, linking its PCIe devices, Processors, Storage
 //     Processors/{gpu}                  one per GPU chip ("PCIGPUChip"), or per "PCIGPU" row; a
 //                                       GPU without AIM data from its "PCIs" and "VPDs" rows
-//     Storage/{controller}/Drives/{bay} one per controller with "AimDisks" rows, and its drives
+//     Storage/{controller}              one per controller with "AimDisks" rows
 //   Chassis/chassis                     with links to the PCIe devices and drives
+//     PCIeDevices/{device}              one per adapter: a PCI device with a "PCIAdapter" row
+//       PCIeFunctions/{function}        one per present function ("PCIs")
+//     Drives/{drive}                    one per "AimDisks" row, linked by its controller
 //     NetworkAdapters/{device}          one per adapter with "PCINetwork" or port rows
 //       Ports/{port}                    "PCIPhysicalPort" (+ "PCIPhysicalPortStat")
 //       NetworkDeviceFunctions/{port}   "PCILogicalPort"
@@ -18,7 +23,8 @@
 // A device's Id is its PCI address of function 0 ("0000_3B_00": segment, bus, device in
 // hexadecimal). Values that the database does not hold, and "N/A" and empty texts, are left
 // out. What the Redfish schemas have no property for (the AIM file's card description, the
-// database's keys) stands under Oem.AIM.
+// database's keys) stands under Oem.AIM: the resource's table rows, whole, by table name,
+// typed by the service's OEM schema ("#AimInventory.v1_0_0.PCIeDevice", ...).
 //
 // Values the tables hold as codes: "MaxPCIeType" 1 to 6 is the PCIe generation; a drive's
 // "MediaTypeId" 1 HDD, 2 SSD, "DriveTypeId" 1 HDD, 2 SSD, 4 NVMe SSD, "Presence" 1 present;
@@ -36,12 +42,22 @@ namespace redfish {
 
 using json = nlohmann::ordered_json;
 
+// One answer: a JSON body, or a document sent as it is (`text`, when `content_type` is set:
+// $metadata and the OEM schema files).
 struct response {
+    response() = default;
+    response(int s, json b) : status(s), body(std::move(b)) {}
     int status = 200;
     json body;
+    std::string text;
+    const char* content_type = nullptr;
 };
 
-// The Redfish error object of a status: 404 (the URI), 405 (the method), 500 (the reason).
+// The Redfish error object of a status, with the Base message registry's message:
+// 400 GeneralError, 404 ResourceMissingAtURI (the URI in `detail`), 405 OperationNotAllowed,
+// 412 HeaderInvalid (the header in `detail`), 413 PayloadTooLarge, 500 InternalError; other
+// statuses GeneralError. `detail` also becomes the error's message where the registry's has
+// no argument for it.
 json error_body(int status, const std::string& detail);
 
 // JSON text of a body: invalid UTF-8 in texts from the database becomes U+FFFD, so that
@@ -60,10 +76,13 @@ public:
     // Every resource's URI, parents first.
     std::vector<std::string> uris() const;
 
-    struct model;  // the tables grouped by adapter (redfish/service.cpp)
-
 private:
-    model* m_;
+    struct impl;
+    impl* p_;
 };
+
+// The URI of the JsonSchemaFile that describes an @odata.type ("" for none), for the Link
+// header of an answer.
+std::string described_by(const std::string& odata_type);
 
 }  // namespace redfish

@@ -78,6 +78,14 @@ std::vector<std::pair<std::string, const cell*>> rec::values() const {
     return out;
 }
 
+const std::string& rec::declared_type(const std::string& column) const {
+    static const std::string none;
+    for (size_t c = 0; c < t_->columns.size(); ++c) {
+        if (t_->columns[c] == column) return c < t_->types.size() ? t_->types[c] : none;
+    }
+    return none;
+}
+
 namespace {
 
 struct closer {
@@ -99,7 +107,11 @@ bool read_table(sqlite3* db, const char* name, table& out, std::string& error) {
     }
     std::unique_ptr<sqlite3_stmt, finalizer> stmt(raw);
     int columns = sqlite3_column_count(raw);
-    for (int c = 0; c < columns; ++c) out.columns.emplace_back(sqlite3_column_name(raw, c));
+    for (int c = 0; c < columns; ++c) {
+        out.columns.emplace_back(sqlite3_column_name(raw, c));
+        const char* type = sqlite3_column_decltype(raw, c);
+        out.types.emplace_back(type ? type : "");
+    }
     int rc;
     while ((rc = sqlite3_step(raw)) == SQLITE_ROW) {
         std::vector<cell> row(static_cast<size_t>(columns));

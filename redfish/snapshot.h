@@ -24,6 +24,7 @@ struct cell {
 
 struct table {
     std::vector<std::string> columns;
+    std::vector<std::string> types;       // each column's declared type ("INTEGER", "TEXT", "")
     std::vector<std::vector<cell>> rows;  // in "_id" order
     int column(const char* name) const;   // -1 when the table has no such column
 };
@@ -41,6 +42,8 @@ public:
     int64_t id() const { return number("_id").value_or(0); }
     // Every column that holds a value, as (name, cell) in table order.
     std::vector<std::pair<std::string, const cell*>> values() const;
+    // The declared type of a column ("" when it has none or the table lacks it).
+    const std::string& declared_type(const std::string& column) const;
 
 private:
     const cell* at(const char* column) const;

@@ -134,7 +134,7 @@ def crawl(svc, db):
             check(js.get("Members@odata.count") == len(js.get("Members", [None])), "%s miscounts its Members" % uri)
         else:
             check(js.get("Id"), "%s has no Id" % uri)
-            if not t.startswith("#ServiceRoot."):
+            if not t.startswith(("#ServiceRoot.", "#JsonSchemaFile.")):
                 check(isinstance(js.get("Status"), dict) and js["Status"].get("State"), "%s has no Status.State" % uri)
         out = set()
         links(js, out)
