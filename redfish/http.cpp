@@ -204,7 +204,8 @@ private:
         if (req.target().size() > kTargetLimit)
             return respond(error_reply(414, "The URI is longer than 2 KiB."), after::linger, head);
         bool reads = req.method() == http::verb::get || head;
-        if (!reads) return respond(error_reply(405, ""), parser_->is_done() ? after::keep : after::linger, false);
+        if (!reads)
+            return respond(error_reply(405, ""), parser_->is_done() ? after::keep : after::linger, false);
         if (!parser_->is_done()) {
             // A body of a GET or HEAD: read (and then ignored) when small, else refused.
             if (parser_->content_length().value_or(0) > kBodyLimit)
