@@ -4,8 +4,9 @@
 //   {"@odata.type": "#AimInventory.v1_0_0.PCIeDevice", "PCIAdapter": [row, ...], ...}
 // The OEM schema has one complex type per table (a property per column, typed as the
 // inventory schema declares it: INTEGER as Edm.Int64, TEXT as Edm.String) and one per resource
-// kind, whose members are those tables. Both come from the inventory schema compiled into the
-// service, so that they name exactly the columns a database made with it holds.
+// kind, whose members are those tables. A column without a declared type takes either. Both come from the
+// inventory schema compiled into the service, so that they name exactly the columns a database made with it
+// holds.
 #include <sqlite3.h>
 
 #include <map>
@@ -47,6 +48,17 @@ const std::vector<oem_kind>& oem_kinds() {
 }
 
 bool integer_type(const std::string& declared) { return declared.find("INT") != std::string::npos; }
+
+// A column's type in the OEM schema: INTEGER a 64-bit integer, TEXT a string, a column without
+// a declared type (a drive's bay: a number or a name) either.
+const char* csdl_type(const std::string& declared) {
+    return integer_type(declared) ? "Edm.Int64" : declared.empty() ? "Edm.PrimitiveType" : "Edm.String";
+}
+json json_schema_type(const std::string& declared) {
+    if (integer_type(declared)) return json::array({"integer", "null"});
+    if (declared.empty()) return json::array({"integer", "string", "null"});
+    return json::array({"string", "null"});
+}
 
 // Every table of the inventory schema with its columns and their declared types (but "_id").
 const std::map<std::string, std::vector<std::pair<std::string, std::string>>>& schema_columns() {
@@ -116,8 +128,9 @@ std::string description(const std::string& text, const char* indent) {
 json row_of(const rec& r) {
     json out = json::object();
     for (const auto& kv : r.values()) {
-        if (kv.first == "_id") continue;
         const cell& c = *kv.second;
+        if (kv.first == "_id" || (c.kind == cell::text && c.s.empty()))
+            continue;  // an empty text says nothing
         const std::string& declared = r.declared_type(kv.first);
         if (integer_type(declared)) {
             if (c.kind == cell::integer) out[kv.first] = c.i;
@@ -176,8 +189,8 @@ std::string oem_csdl() {
         out += description("A row of the inventory table " + table.first + ", as the table holds it.",
                            "        ");
         for (const auto& column : table.second) {
-            out += "        <Property Name=\"" + column.first + "\" Type=\"" +
-                   (integer_type(column.second) ? "Edm.Int64" : "Edm.String") + "\">\n" + kReadOnly +
+            out += "        <Property Name=\"" + column.first + "\" Type=\"" + csdl_type(column.second) +
+                   "\">\n" + kReadOnly +
                    description("The column " + column.first + " of " + table.first + ".", "          ") +
                    "        </Property>\n";
         }
@@ -210,7 +223,7 @@ std::string oem_json_schema() {
             props[column.first] =
                 json{{"description", "The column " + column.first + " of " + table.first + "."},
                      {"readonly", true},
-                     {"type", json::array({integer_type(column.second) ? "integer" : "string", "null"})}};
+                     {"type", json_schema_type(column.second)}};
         }
         defs[table.first] = json{{"additionalProperties", false},
                                  {"description", "A row of the inventory table " + table.first + "."},

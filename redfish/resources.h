@@ -80,7 +80,8 @@ std::optional<std::string> device_class(int64_t class_code);
 json location(const std::optional<std::string>& label, const std::optional<int64_t>& ordinal,
               const char* type);
 
-// One table row as Oem.AIM carries it: every column that holds a value (but "_id"), as the
+// One table row as Oem.AIM carries it: every column that holds a value (but "_id" and empty
+// texts), as the
 // inventory schema types the column (a value of the other type is left out, so that what is
 // sent always matches the OEM schema).
 json row_of(const rec& r);

@@ -80,7 +80,7 @@ def rows(db, table):
         out = [dict(r) for r in con.execute('SELECT * FROM "%s" ORDER BY _id' % table)]
     finally:
         con.close()
-    return [{k: v for k, v in r.items() if v is not None and k != "_id"} for r in out]
+    return [{k: v for k, v in r.items() if v is not None and v != "" and k != "_id"} for r in out]
 
 
 def tables_digest(db):
