@@ -6,7 +6,9 @@ serves it with `aimctl serve --port 0`, and then:
   crawler     follows every link from /redfish/v1: every resource answers 200 with
               application/json and OData-Version 4.0, names itself, has the members its kind
               requires, every collection counts its members; every row of the adapter tables
-              stands whole (its Oem.AIM object) in some resource;
+              stands whole (its Oem.AIM object) in some resource, and in a resource of its own
+              device; for the machines of expected.json (written from the example files, not
+              from the service), the counts and exact values listed there;
   redfishtool reads Systems, Systems Processors, Chassis and raw GETs of a PCIe device, a
               drive and a firmware entry (exit 0, the same JSON as the service);
   sushy       reads the system, its GPUs, storage drives, network adapters and firmware
@@ -20,6 +22,9 @@ and stops the server with SIGTERM (exit 0). Prints '1 passed, 0 failed' or the f
 import argparse, hashlib, json, os, re, signal, socket, sqlite3, subprocess, sys, tempfile, time
 import urllib.error, urllib.request
 
+HERE = os.path.dirname(os.path.abspath(__file__))
+with open(os.path.join(HERE, "expected.json")) as f:
+    EXPECTED = json.load(f)
 TABLES = ["PCIAdapter", "VPDs", "Firmwares", "PldmDeviceFirmware", "PCIPhysicalPort", "PCILogicalPort",
           "PCIGPU", "PCIGPUChip", "AimDisks"]
 # Resource kinds whose schema has no Id/Name/Status requirement of their own.
@@ -151,13 +156,92 @@ def crawl(svc, db):
     return resources
 
 
-def redfishtool(svc, resources):
+def value_at(obj, path):
+    """The value at a '/'-separated path of member names, or None."""
+    for name in path.split("/"):
+        if not isinstance(obj, dict) or name not in obj:
+            return None
+        obj = obj[name]
+    return obj
+
+
+def expectations(machine, resources):
+    """The counts and exact values that expected.json gives for the machine."""
+    exp = EXPECTED.get(machine)
+    if not exp:
+        return 0
+    for uri, count in exp["counts"].items():
+        got = resources.get(uri, {}).get("Members@odata.count")
+        check(got == count, "%s counts %s members, expected %d" % (uri, got, count))
+    drives = value_at(resources.get("/redfish/v1/Chassis/chassis", {}), "Links/Drives@odata.count")
+    check(drives == exp["drives"], "the chassis links %s drives, expected %d" % (drives, exp["drives"]))
+    for uri, values in exp["resources"].items():
+        if not check(uri in resources, "expected resource %s was not reached" % uri):
+            continue
+        for path, want in values.items():
+            got = value_at(resources[uri], path)
+            check(got == want, "%s %s is %r, expected %r" % (uri, path, got, want))
+    return len(exp["resources"])
+
+
+def device_of(uri, resource):
+    """The PCIe device URI that a resource belongs to, or None."""
+    m = re.match(r"(/redfish/v1/Chassis/chassis/PCIeDevices/[^/]+)", uri)
+    if m:
+        return m.group(1)
+    m = re.match(r"/redfish/v1/Chassis/chassis/NetworkAdapters/([^/]+)", uri)
+    if m:
+        return "/redfish/v1/Chassis/chassis/PCIeDevices/" + m.group(1)
+    link = value_at(resource, "Links/PCIeDevice/@odata.id")  # a processor
+    if link:
+        return link
+    functions = value_at(resource, "Links/PCIeFunctions") or []  # a drive
+    if functions:
+        return functions[0]["@odata.id"].split("/PCIeFunctions/")[0]
+    return None
+
+
+def rows_under_own_device(resources):
+    """Every Oem.AIM row of a device's resource names that device: its address (segment, bus,
+    device) where the row has one, and one of the device's keys where the row has a key."""
+    keys, address = {}, {}
+    for uri, r in resources.items():
+        if re.fullmatch(r"/redfish/v1/Chassis/chassis/PCIeDevices/[^/]+", uri):
+            rows = value_at(r, "Oem/AIM/PCIAdapter") or []
+            keys[uri] = {x["PCIKey"] for x in rows if "PCIKey" in x}
+            seg, bus, dev = uri.rsplit("/", 1)[1].split("_")[:3]
+            address[uri] = (int(seg, 16), int(bus, 16), int(dev, 16))
+    checked = 0
+    for uri, r in resources.items():
+        dev = device_of(uri, r)
+        aim = value_at(r, "Oem/AIM")
+        if not dev or not isinstance(aim, dict):
+            continue
+        for table, rows in aim.items():
+            for row in rows if isinstance(rows, list) else [rows] if isinstance(rows, dict) else []:
+                checked += 1
+                if "PCIKey" in row:
+                    check(row["PCIKey"] in keys.get(dev, ()), "%s: a %s row of PCIKey %s is not of %s"
+                          % (uri, table, row["PCIKey"], dev))
+                if "DevKey" in row:
+                    check(row["DevKey"] in keys.get(dev, ()), "%s: a %s row of DevKey %s is not of %s"
+                          % (uri, table, row["DevKey"], dev))
+                if all(c in row for c in ("SegNo", "BusNo", "DeviceNo")) and table != "AimDisks":
+                    check((row["SegNo"], row["BusNo"], row["DeviceNo"]) == address.get(dev),
+                          "%s: a %s row at %s is not at %s" % (uri, table,
+                                                              (row["SegNo"], row["BusNo"], row["DeviceNo"]), dev))
+    return checked
+
+
+def redfishtool(svc, resources, machine):
     tool = ["redfishtool", "-S", "Never", "-A", "None", "-r", "127.0.0.1:%d" % svc.port]
     picks = [["Systems"], ["Systems", "Processors"], ["Chassis"]]
     for kind in ["/PCIeDevices/", "/Drives/", "/FirmwareInventory/"]:
         uris = sorted(u for u in resources if kind in u and u.rsplit("/", 1)[0].endswith(kind.strip("/")))
         if uris:
             picks.append(["raw", "GET", uris[0]])
+    expected = EXPECTED.get(machine, {}).get("resources", {})
+    picks += [["raw", "GET", uri] for uri in expected]
     for args in picks:
         r = run(tool + args)
         if not check(r.returncode == 0, "redfishtool %s exits %d: %s" % (" ".join(args), r.returncode, r.stderr[-500:])):
@@ -165,10 +249,13 @@ def redfishtool(svc, resources):
         got = json.loads(r.stdout)
         uri = got.get("@odata.id")
         check(uri in resources and got == resources[uri], "redfishtool %s differs from the service" % " ".join(args))
+        for path, want in expected.get(uri, {}).items():
+            check(value_at(got, path) == want, "redfishtool %s: %s is %r, expected %r"
+                  % (uri, path, value_at(got, path), want))
     return len(picks)
 
 
-def sushy_reads(svc, db):
+def sushy_reads(svc, db, machine):
     import sushy
     from sushy import auth
     root = sushy.Sushy(svc.base + "/redfish/v1", auth=auth.BasicAuth("user", "password"))
@@ -214,11 +301,28 @@ def sushy_reads(svc, db):
     check(sum(len(a.network_device_functions.get_members()) for a in adapters) == len(logical),
           "sushy: network device functions differ from PCILogicalPort")
 
+    exp = EXPECTED.get(machine)
+    if exp:
+        check(len(gpus) == exp["counts"]["/redfish/v1/Systems/system/Processors"], "sushy: %d GPUs" % len(gpus))
+        check(len(drives) == exp["drives"], "sushy: %d drives" % len(drives))
+        for uri, values in exp["resources"].items():
+            if "/Processors/" in uri:
+                p = system.processors.get_member(uri)
+                got = (p.json.get("SerialNumber"), p.model, p.manufacturer)  # sushy reads no serial itself
+                check(got == (values["SerialNumber"], values["Model"], values["Manufacturer"]),
+                      "sushy: GPU %s is %r" % (uri, got))
+            if "/Drives/" in uri:
+                d = [x for x in drives if x.path == uri]
+                check(len(d) == 1 and (d[0].serial_number, d[0].capacity_bytes) ==
+                      (values["SerialNumber"], values["CapacityBytes"]), "sushy: drive %s not as expected" % uri)
     inventory = root.get_update_service().firmware_inventory.get_members()
     versions = sorted(f.version or "" for f in inventory)
     expected = sorted((r.get("VersionString") if r.get("VersionString") not in (None, "", "N/A") else "")
                       for t in ("Firmwares", "PldmDeviceFirmware") for r in rows(db, t))
     check(versions == expected, "sushy: firmware versions %s, rows %s" % (versions, expected))
+    if exp:
+        check(len(inventory) == exp["counts"]["/redfish/v1/UpdateService/FirmwareInventory"],
+              "sushy: %d firmware entries" % len(inventory))
     ids = {f.software_id for f in inventory if f.software_id}
     check(ids == {r["SoftwareID"] for t in ("Firmwares", "PldmDeviceFirmware") for r in rows(db, t)
                   if r.get("SoftwareID") not in (None, "", "N/A")}, "sushy: software ids differ")
@@ -315,9 +419,10 @@ def main():
         svc = Service(a.aimctl, db)
         try:
             resources = crawl(svc, db)
-            print("crawler: %d resources" % len(resources))
-            print("redfishtool: %d reads" % redfishtool(svc, resources))
-            sushy_reads(svc, db)
+            print("crawler: %d resources, %d expected values' resources, %d rows under their own device"
+                  % (len(resources), expectations(a.machine, resources), rows_under_own_device(resources)))
+            print("redfishtool: %d reads" % redfishtool(svc, resources, a.machine))
+            sushy_reads(svc, db, a.machine)
             if a.load:
                 load(svc)
             if a.hostile:
