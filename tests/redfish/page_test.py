@@ -4,10 +4,14 @@
 Ingests the example machine, serves it with `aimctl serve --port 0`, loads "/" in Debian's
 headless Chromium (--dump-dom after the page's requests are done) and checks that every PCIe
 device that the Redfish service lists stands in the page as a row of its own, with its name,
-and that the page finished loading. With --screenshot FILE it also saves a screenshot.
+and that the page finished loading; for the machines of expected.json, the number of rows,
+the summary's counts (singular and plural as English has them), and the detail view of each
+expected adapter (opened by its #detail= address) with its serial number, MACs and function
+ids. With --adapters N the machine is a made-up database of N adapters instead. With
+--screenshot FILE it also saves a screenshot.
 Prints '1 passed, 0 failed' or the failures.
 """
-import argparse, html, json, os, re, subprocess, sys, tempfile
+import argparse, html, json, os, re, sqlite3, subprocess, sys, tempfile
 import urllib.request
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
@@ -25,21 +29,77 @@ def chromium(args, profile):
     return r
 
 
+def plural(n, one, many=None):
+    return "%d %s" % (n, one if n == 1 else many or one + "s")
+
+
+def made_up(aimctl, db, n):
+    """A database of n adapters, each with one function, a VPD row and a firmware entry."""
+    r = run([aimctl, "init-db", db])
+    if r.returncode != 0:
+        raise SystemExit("init-db failed: " + r.stderr)
+    con = sqlite3.connect(db)
+    for i in range(n):
+        bus, key = 0x10 + i, (0x10 + i) << 16
+        con.execute("INSERT INTO PCIs (SegNo,BusNo,DeviceNo,FunctionNo,SlotNo,DevKey,FunKey,HardwareId,VendorId,"
+                    "DeviceId,ClsCode,SlotDesignation) VALUES (0,?,0,0,?,?,?,?,32902,5531,131072,?)",
+                    (bus, i + 1, key, key, key, "Slot %d" % (i + 1)))
+        con.execute("INSERT INTO PCIAdapter (SegNo,BusNo,DeviceNo,FunctionNo,SlotNo,CardName,PCIKey,PCIFuncKey) "
+                    "VALUES (0,?,0,0,?,?,?,?)", (bus, i + 1, "Adapter %d" % (i + 1), key, key))
+        con.execute("INSERT INTO VPDs (SlotNo,SerialNo,HardwareId) VALUES (?,?,?)", (i + 1, "SN%04d" % i, key))
+        con.execute("INSERT INTO Firmwares (FirmwareName,VersionString,HardwareId) VALUES ('FW',?,?)", ("1.%d" % i, key))
+    con.commit()
+    con.close()
+
+
+def details(svc, exp, tmp):
+    """The detail view of each expected PCIe device, opened by its address, shows its values."""
+    out = []
+    for uri, values in exp["resources"].items():
+        if "/PCIeDevices/" not in uri:
+            continue
+        dev_id = uri.rsplit("/", 1)[1]
+        r = chromium(["--dump-dom", svc.base + "/#detail=" + dev_id], os.path.join(tmp, "profile-" + dev_id))
+        m = re.search(r'<dialog id="detail"[^>]*\bopen\b[^>]*>(.*?)</dialog>', r.stdout, re.S)
+        if not m:
+            out.append("the detail of %s did not open" % dev_id)
+            continue
+        text = html.unescape(re.sub(r"<[^>]+>", " ", m.group(1)))
+        device = json.loads(urllib.request.urlopen(svc.base + uri).read())
+        functions = json.loads(urllib.request.urlopen(svc.base + uri + "/PCIeFunctions").read())
+        want = [values["SerialNumber"], values["FirmwareVersion"]]
+        want += [json.loads(urllib.request.urlopen(svc.base + f["@odata.id"]).read())["VendorId"]
+                 for f in functions["Members"]]
+        for port, pv in exp["resources"].items():
+            if "/Ports/" in port and dev_id in port:
+                want += pv["Ethernet/AssociatedMACAddresses"]
+        want.append(plural(len(functions["Members"]), "PCIe function"))
+        want += [row["CardName"] for row in device["Oem"]["AIM"]["PCIAdapter"] if "CardName" in row]
+        for w in want:
+            if w not in text:
+                out.append("the detail of %s does not show %r" % (dev_id, w))
+    return out
+
+
 def main():
     ap = argparse.ArgumentParser()
     ap.add_argument("--aimctl", required=True)
     ap.add_argument("--source-dir", required=True)
     ap.add_argument("--machine", required=True)
     ap.add_argument("--screenshot")
+    ap.add_argument("--adapters", type=int, help="a made-up database of this many adapters")
     a = ap.parse_args()
     failures = []
     with tempfile.TemporaryDirectory(prefix="aim-page.") as tmp:
         db = os.path.join(tmp, "inventory.db")
-        r = run([a.aimctl, "--log-level", "err", "ingest", "--db", db, "--machine",
-                 os.path.join(a.source_dir, "examples/machines", a.machine),
-                 os.path.join(a.source_dir, "examples/aim", a.machine + ".xml")])
-        if r.returncode != 0:
-            raise SystemExit("ingest failed: " + r.stderr)
+        if a.adapters:
+            made_up(a.aimctl, db, a.adapters)
+        else:
+            r = run([a.aimctl, "--log-level", "err", "ingest", "--db", db, "--machine",
+                     os.path.join(a.source_dir, "examples/machines", a.machine),
+                     os.path.join(a.source_dir, "examples/aim", a.machine + ".xml")])
+            if r.returncode != 0:
+                raise SystemExit("ingest failed: " + r.stderr)
         svc = Service(a.aimctl, db)
         try:
             system = json.loads(urllib.request.urlopen(svc.base + "/redfish/v1/Systems/system").read())
@@ -57,7 +117,23 @@ def main():
                     failures.append("the row of %s does not show its name %r" % (d["Id"], d["Name"]))
             if len(shown) != len(devices):
                 failures.append("%d rows for %d adapters" % (len(shown), len(devices)))
-            print("page: %d adapters shown" % len(shown))
+            summary = re.search(r'<span id="summary">(.*?)</span>', dom, re.S)
+            summary = html.unescape(summary.group(1)) if summary else ""
+            exp = clients_test.EXPECTED.get(a.machine) if not a.adapters else None
+            if exp:
+                n = exp["counts"]["/redfish/v1/Chassis/chassis/PCIeDevices"]
+                if len(shown) != n:
+                    failures.append("%d rows, expected %d adapters" % (len(shown), n))
+                gpus = exp["counts"]["/redfish/v1/Systems/system/Processors"]
+                fw = exp["counts"]["/redfish/v1/UpdateService/FirmwareInventory"]
+                want = " \u00b7 ".join([plural(n, "adapter"), plural(gpus, "GPU"), plural(exp["drives"], "drive"),
+                                        plural(fw, "firmware entry", "firmware entries")])
+                if summary != want:
+                    failures.append("the summary says %r, expected %r" % (summary, want))
+                failures += details(svc, exp, tmp)
+            if a.adapters and (len(shown) != a.adapters or not summary.startswith(plural(a.adapters, "adapter") + " ")):
+                failures.append("%d rows and summary %r for %d adapters" % (len(shown), summary, a.adapters))
+            print("page: %d adapters shown (%s)" % (len(shown), summary))
             if a.screenshot:
                 height = 160 + 110 * max(1, len(devices))
                 r = chromium(["--window-size=1600,%d" % min(height, 1400), "--hide-scrollbars",
