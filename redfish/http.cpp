@@ -189,6 +189,9 @@ private:
             return respond(error_reply(431, "The request header is larger than 8 KiB."), after::linger,
                            false);
         }
+        // A body announced larger than a GET may bring (the parser checks the length with the
+        // header).
+        if (ec == http::error::body_limit) return respond(error_reply(413, ""), after::linger, false);
         // A request that cannot be parsed is answered; a client that left (before or inside a
         // request) or a broken connection is not.
         bool parse_error = ec.category() == http::make_error_code(http::error::bad_target).category() &&

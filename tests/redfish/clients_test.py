@@ -378,6 +378,10 @@ def hostile(svc):
         line = raw_request(p, data)
         code = line.split(" ")[1] if line.count(" ") >= 1 else ""
         check(code in expected, "hostile request %r answered %r" % (data[:60], line))
+    # A second server on the port this one serves exits 1.
+    r = run([svc.proc.args[0], "serve", "--db", svc.proc.args[3], "--port", str(p)])
+    check(r.returncode == 1 and "cannot listen" in r.stderr, "a second server on port %d exits %d: %s"
+          % (p, r.returncode, r.stderr[-200:]))
     # Many connections at once, left idle, then closed: the server still answers.
     idle = []
     try:

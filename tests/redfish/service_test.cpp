@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <set>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -281,3 +282,182 @@ TEST_F(RedfishMapping, AimctlRedfishAndServeExitCodes) {
 }
 
 }  // namespace
+
+// ---- Mapping branches that the example machines do not reach ----------------------------------
+
+namespace more {
+
+using redfish::json;
+
+// Every URI reachable from the service root by its links.
+std::set<std::string> crawl(const redfish::service& svc) {
+    std::set<std::string> seen;
+    std::vector<std::string> pending = {"/redfish/v1"};
+    while (!pending.empty()) {
+        std::string uri = pending.back();
+        pending.pop_back();
+        if (!seen.insert(uri).second) continue;
+        redfish::response r = svc.get(uri);
+        if (r.status != 200 || r.content_type) continue;
+        std::vector<const json*> stack = {&r.body};
+        std::vector<std::string> found;
+        while (!stack.empty()) {
+            const json* j = stack.back();
+            stack.pop_back();
+            if (j->is_object()) {
+                for (auto it = j->begin(); it != j->end(); ++it) {
+                    if (it.key() == "@odata.id" && it->is_string()) found.push_back(*it);
+                    stack.push_back(&*it);
+                }
+            } else if (j->is_array()) {
+                for (const auto& v : *j) stack.push_back(&v);
+            }
+        }
+        for (auto& f : found) pending.push_back(f);
+    }
+    return seen;
+}
+
+}  // namespace more
+
+TEST_F(RedfishMapping, BranchesTheExamplesDoNotReach) {
+    // An adapter whose functions are gone ("PCIAdapter" without "PCIs").
+    sql("INSERT INTO PCIAdapter (SegNo,BusNo,DeviceNo,FunctionNo,SlotNo,CardName,PCIKey,PCIFuncKey) "
+        "VALUES (0,0x41,0,0,7,'Gone',4259840,4259840);");
+    json gone = body("/redfish/v1/Chassis/chassis/PCIeDevices/0000_41_00");
+    EXPECT_EQ("Absent", gone["Status"]["State"]);
+    EXPECT_FALSE(gone.contains("PCIeFunctions"));
+    EXPECT_FALSE(gone.contains("DeviceType"));
+    EXPECT_EQ(404, get("/redfish/v1/Chassis/chassis/PCIeDevices/0000_41_00/PCIeFunctions").status);
+
+    // Drives of a controller that no adapter row names: storage of the slot alone.
+    sql("INSERT INTO AimDisks (SlotNo,PCIKey,PCIFuncKey,BayNo,SerialNo) VALUES (9,1,1,'3','SX');");
+    json st = body("/redfish/v1/Systems/system/Storage/Slot9");
+    EXPECT_EQ("Storage Slot9", st["Name"]);
+    EXPECT_FALSE(st.contains("Links")) << "no enclosure known";
+    json dr = body("/redfish/v1/Chassis/chassis/Drives/Bay_3");
+    EXPECT_EQ(json({{"Chassis", {{"@odata.id", "/redfish/v1/Chassis/chassis"}}}}), dr["Links"]) << "no function to link";
+    EXPECT_EQ("SX", dr["Oem"]["AIM"]["AimDisks"]["SerialNo"]);
+
+    // PCIe generations 1 to 6, and what lies outside them.
+    adapter(0x3b, 0, "NIC", 1);
+    for (int gen = 0; gen <= 7; ++gen) {
+        sql("UPDATE PCIs SET MaxPCIeType=" + std::to_string(gen) + " WHERE BusNo=59;");
+        json d = body(dev);
+        if (gen >= 1 && gen <= 6)
+            EXPECT_EQ("Gen" + std::to_string(gen), d["PCIeInterface"]["MaxPCIeType"]) << gen;
+        else
+            EXPECT_FALSE(d["PCIeInterface"].contains("MaxPCIeType")) << gen;
+    }
+
+    // Device classes by the base class of the class code.
+    const std::pair<int, const char*> classes[] = {{0x010802, "MassStorageController"},
+                                                   {0x030000, "DisplayController"},
+                                                   {0x040300, "MultimediaController"},
+                                                   {0x0C0330, "SerialBusController"},
+                                                   {0x120000, "ProcessingAccelerators"},
+                                                   {0xFF0000, nullptr}};
+    for (const auto& c : classes) {
+        sql("UPDATE PCIs SET ClsCode=" + std::to_string(c.first) + " WHERE BusNo=59;");
+        json f = body(dev + "/PCIeFunctions/0");
+        if (c.second)
+            EXPECT_EQ(c.second, f["DeviceClass"]) << c.first;
+        else
+            EXPECT_FALSE(f.contains("DeviceClass")) << c.first;
+    }
+
+    // A network adapter's own properties, from its VPD, firmware and network rows.
+    sql("INSERT INTO VPDs (SlotNo,Manufacture,Model,PartNo,SerialNo,HardwareId) VALUES "
+        "(1,'Intel','E810','K1','SN7',3866624);"
+        "INSERT INTO Firmwares (FirmwareName,VersionString,HardwareId) VALUES ('NVM','4.2',3866624);"
+        "INSERT INTO PCINetwork (PCIKey,PCIFuncKey,NumberofPhysicalPorts) VALUES (3866624,3866624,2);");
+    json na = body(adapters);
+    EXPECT_EQ("#NetworkAdapter.v1_5_0.NetworkAdapter", na["@odata.type"]);
+    for (const char* k : {"Manufacturer", "Model", "PartNumber", "SerialNumber"}) EXPECT_TRUE(na.contains(k)) << k;
+    EXPECT_EQ("SN7", na["SerialNumber"]);
+    EXPECT_EQ("4.2", na["Controllers"][0]["FirmwarePackageVersion"]);
+    EXPECT_EQ(2, na["Controllers"][0]["ControllerCapabilities"]["NetworkPortCount"]);
+    EXPECT_EQ(dev, na["Controllers"][0]["Links"]["PCIeDevices"][0]["@odata.id"]);
+    EXPECT_EQ(1u, na["Oem"]["AIM"]["PCINetwork"].size());
+
+    // A GPU's serial, UUID and maker: from its chip row, else from the adapter's VPD.
+    sql("INSERT INTO PCIGPU (PCIKey,PCIFuncKey) VALUES (3866624,3866624);");
+    json p = body("/redfish/v1/Systems/system/Processors/0000_3B_00_GPU");
+    EXPECT_EQ("SN7", p["SerialNumber"]);
+    EXPECT_EQ("Intel", p["Manufacturer"]);
+    sql("INSERT INTO PCIGPUChip (PCIKey,PCIFuncKey,GPUChipIndex,GPUChipSerialNumber,GPUChipManufacturer,"
+        "GPUChipUniqueID) VALUES (3866624,3866624,0,'CHIP1','NVIDIA','GPU-6a1f0c3e-2b7d-4e51-9c0a-b49691a73c10'),"
+        "(3866624,3866624,1,'CHIP2','NVIDIA',NULL);");
+    json c0 = body("/redfish/v1/Systems/system/Processors/0000_3B_00_GPU0");
+    EXPECT_EQ("CHIP1", c0["SerialNumber"]);
+    EXPECT_EQ("NVIDIA", c0["Manufacturer"]);
+    EXPECT_EQ("6a1f0c3e-2b7d-4e51-9c0a-b49691a73c10", c0["UUID"]);
+    EXPECT_EQ("CHIP2", body("/redfish/v1/Systems/system/Processors/0000_3B_00_GPU1")["SerialNumber"]);
+    EXPECT_EQ(404, get("/redfish/v1/Systems/system/Processors/0000_3B_00_GPU").status) << "chips replace the row";
+
+    // Two adapters at one address (two device keys): two devices with unique Ids.
+    sql("INSERT INTO PCIs (SegNo,BusNo,DeviceNo,FunctionNo,SlotNo,DevKey,FunKey) VALUES (0,59,0,0,2,999,999);"
+        "INSERT INTO PCIAdapter (SegNo,BusNo,DeviceNo,FunctionNo,SlotNo,CardName,PCIKey,PCIFuncKey) "
+        "VALUES (0,59,0,0,2,'Twin',999,999);");
+    EXPECT_EQ("Twin", body(dev + "_2")["Name"]);
+
+    // Every URI the service lists is reached from the root, and every link leads to one.
+    redfish::snapshot s;
+    std::string error;
+    ASSERT_TRUE(s.read(path, error));
+    redfish::service svc(s);
+    // (The documents, "/redfish" and the OData service document are found by their fixed
+    // URIs, not by links.)
+    std::set<std::string> resources;
+    for (const std::string& uri : svc.uris()) {
+        if (!svc.get(uri).content_type && uri != "/redfish" && uri != "/redfish/v1/odata") resources.insert(uri);
+    }
+    EXPECT_EQ(resources, more::crawl(svc));
+}
+
+// $metadata names the namespace and version of every @odata.type the service sends, Oem.AIM's
+// included; the OEM schema types every column of the rows it carries.
+TEST_F(RedfishMapping, MetadataReferencesWhatTheServiceSends) {
+    adapter(0x3b, 0, "NIC", 1);
+    sql("INSERT INTO AimDisks (SlotNo,PCIKey,PCIFuncKey,BayNo) VALUES (1,3866624,3866624,'M.2 Bay 1');"
+        "INSERT INTO PCIPhysicalPort (FunctionNo,PCIKey,PCIFuncKey,Idx) VALUES (0,3866624,3866624,1);");
+    redfish::response meta = get("/redfish/v1/$metadata");
+    ASSERT_STREQ("application/xml", meta.content_type);
+    std::string csdl = get("/redfish/v1/schemas/AimInventory_v1.xml").text;
+    redfish::snapshot s;
+    std::string error;
+    ASSERT_TRUE(s.read(path, error));
+    redfish::service svc(s);
+    std::set<std::string> types;
+    for (const std::string& uri : svc.uris()) {
+        redfish::response r = svc.get(uri);
+        if (r.content_type) continue;
+        types.insert(r.body.value("@odata.type", ""));
+        if (r.body.contains("Oem")) {
+            types.insert(r.body["Oem"]["AIM"].value("@odata.type", ""));
+            for (auto& kv : r.body["Oem"]["AIM"].items()) {
+                for (const json& row : kv.value().is_array() ? kv.value() : json::array({kv.value()})) {
+                    if (!row.is_object()) continue;
+                    for (auto& col : row.items())
+                        EXPECT_NE(std::string::npos, csdl.find("<Property Name=\"" + col.key() + "\""))
+                            << kv.key() << "." << col.key() << " is not in the OEM schema";
+                }
+            }
+        }
+    }
+    EXPECT_GT(types.size(), 20u);
+    types.erase("");  // "/redfish" and the OData service document
+    for (const std::string& t : types) {
+        ASSERT_EQ('#', t[0]) << t;
+        std::string ns = t.substr(1, t.find('.') - 1), versioned = t.substr(1, t.rfind('.') - 1);
+        EXPECT_NE(std::string::npos, meta.text.find("<edmx:Include Namespace=\"" + ns + "\"/>")) << t;
+        EXPECT_NE(std::string::npos, meta.text.find("<edmx:Include Namespace=\"" + versioned + "\"/>")) << t;
+    }
+    EXPECT_NE(std::string::npos, meta.text.find("Uri=\"/redfish/v1/schemas/AimInventory_v1.xml\""));
+    EXPECT_NE(std::string::npos, meta.text.find("<EntityContainer Name=\"Service\" Extends=\"ServiceRoot.v1_1_0"));
+    json odata = body("/redfish/v1/odata");
+    EXPECT_EQ("/redfish/v1/$metadata", odata["@odata.context"]);
+    EXPECT_EQ("/redfish/v1/", odata["value"][0]["url"]);
+    EXPECT_NE(std::string::npos, csdl.find("<Property Name=\"BayNo\" Type=\"Edm.PrimitiveType\">"));
+    EXPECT_NE(std::string::npos, csdl.find("<Property Name=\"SegNo\" Type=\"Edm.Int64\">"));
+}
