@@ -78,6 +78,20 @@ class Service:
         check("ERROR" not in err and "Sanitizer" not in err, "serve wrote to stderr: " + err[-2000:])
 
 
+def ingest_example(aimctl, source_dir, machine, db):
+    """`aimctl ingest` of the example machine's AIM file on its machine into `db`."""
+    r = run([aimctl, "--log-level", "err", "ingest", "--db", db, "--machine",
+             os.path.join(source_dir, "examples/machines", machine), os.path.join(source_dir, "examples/aim", machine + ".xml")])
+    if r.returncode != 0:
+        raise SystemExit("ingest of %s failed: %s" % (machine, r.stderr))
+
+
+def verdict():
+    """Prints the closing line of a run and returns its exit code."""
+    print("%d passed, %d failed" % (0 if failures else 1, 1 if failures else 0))
+    return 1 if failures else 0
+
+
 def rows(db, table):
     con = sqlite3.connect("file:%s?mode=ro" % db, uri=True)
     con.row_factory = sqlite3.Row
@@ -411,14 +425,7 @@ def main():
     with tempfile.TemporaryDirectory(prefix="aim-redfish.") as tmp:
         db = os.path.join(tmp, "inventory.db")
 
-        def ingest(machine):
-            r = run([a.aimctl, "--log-level", "err", "ingest", "--db", db, "--machine",
-                     os.path.join(a.source_dir, "examples/machines", machine),
-                     os.path.join(a.source_dir, "examples/aim", machine + ".xml")])
-            if r.returncode != 0:
-                raise SystemExit("ingest of %s failed: %s" % (machine, r.stderr))
-
-        ingest(a.machine)
+        ingest_example(a.aimctl, a.source_dir, a.machine, db)
         before = tables_digest(db)
         svc = Service(a.aimctl, db)
         try:
@@ -433,15 +440,14 @@ def main():
                 hostile(svc)
             check(tables_digest(db) == before, "the requests changed the database")
             if a.other_machine:
-                ingest(a.other_machine)
+                ingest_example(a.aimctl, a.source_dir, a.other_machine, db)
                 status, headers, body = svc.get("/redfish/v1/Systems/system")
                 served = len(json.loads(body)["PCIeDevices"])
                 expected = len({r["PCIKey"] for r in rows(db, "PCIAdapter")})
                 check(served == expected, "after a new ingest the system shows %d devices, not %d" % (served, expected))
         finally:
             svc.stop()
-    print("%d passed, %d failed" % (0 if failures else 1, 1 if failures else 0))
-    return 1 if failures else 0
+    return verdict()
 
 
 if __name__ == "__main__":

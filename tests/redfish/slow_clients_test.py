@@ -14,7 +14,7 @@ the failures.
 import argparse, http.client, os, resource, selectors, socket, sys, tempfile, threading, time
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from clients_test import Service, check, failures, run  # noqa: E402
+from clients_test import Service, check, failures, ingest_example, verdict  # noqa: E402
 
 CONNECTIONS = 500
 SECONDS = 20
@@ -130,11 +130,7 @@ def main():
     a = ap.parse_args()
     with tempfile.TemporaryDirectory(prefix="aim-slow.") as tmp:
         db = os.path.join(tmp, "inventory.db")
-        r = run([a.aimctl, "--log-level", "err", "ingest", "--db", db, "--machine",
-                 os.path.join(a.source_dir, "examples/machines/server-2u"),
-                 os.path.join(a.source_dir, "examples/aim/server-2u.xml")])
-        if r.returncode != 0:
-            raise SystemExit("ingest failed: " + r.stderr)
+        ingest_example(a.aimctl, a.source_dir, "server-2u", db)
         svc = Service(a.aimctl, db)
         try:
             socks = connect_all(svc.port, CONNECTIONS)
@@ -169,8 +165,7 @@ def main():
             check(status == 200, "afterwards /redfish/v1 answers %s" % status)
         finally:
             svc.stop()
-    print("%d passed, %d failed" % (0 if failures else 1, 1 if failures else 0))
-    return 1 if failures else 0
+    return verdict()
 
 
 if __name__ == "__main__":
