@@ -35,13 +35,25 @@ std::shared_ptr<const rendered> render(const response& r) {
         out->content_type = r.content_type;
     } else {
         out->body = to_text(r.body);
-        if (r.body.is_object() && r.body.contains("@odata.type") && r.body["@odata.type"].is_string())
-            out->described_by = described_by(r.body["@odata.type"].get<std::string>());
     }
-    if (r.status == 200) {
-        char tag[24];
-        snprintf(tag, sizeof tag, "\"%016llx\"", static_cast<unsigned long long>(fingerprint(out->body)));
-        out->etag = tag;
+    if (r.status != 200) return out;
+    // The tag is of the body as the service made it; where the schema has "@odata.etag", the
+    // body then carries the same tag (a function of that body, so still a strong validator).
+    char tag[24];
+    snprintf(tag, sizeof tag, "\"%016llx\"", static_cast<unsigned long long>(fingerprint(out->body)));
+    out->etag = tag;
+    if (!r.content_type && r.body.is_object() && r.body.contains("@odata.type") &&
+        r.body["@odata.type"].is_string()) {
+        const std::string type = r.body["@odata.type"].get<std::string>();
+        out->described_by = described_by(type);
+        if (has_odata_etag(type)) {
+            json tagged = json::object();
+            for (auto it = r.body.begin(); it != r.body.end(); ++it) {
+                tagged[it.key()] = it.value();
+                if (it.key() == "@odata.type") tagged["@odata.etag"] = out->etag;
+            }
+            out->body = to_text(tagged);
+        }
     }
     return out;
 }

@@ -14,21 +14,29 @@ std::string schema_type::odata_type() const {
 
 const schema_type kServiceRootType{"ServiceRoot", "v1_1_0", "ServiceRoot"};
 const schema_type kComputerSystemType{"ComputerSystem", "v1_2_0", "ComputerSystem"};
-const schema_type kPCIeDeviceType{"PCIeDevice", "v1_9_0", "PCIeDevice"};
-const schema_type kPCIeFunctionType{"PCIeFunction", "v1_6_0", "PCIeFunction"};
-const schema_type kProcessorType{"Processor", "v1_7_0", "Processor"};
+const schema_type kPCIeDeviceType{"PCIeDevice", "v1_9_0", "PCIeDevice", true};
+const schema_type kPCIeFunctionType{"PCIeFunction", "v1_6_0", "PCIeFunction", true};
+const schema_type kProcessorType{"Processor", "v1_7_0", "Processor", true};
 const schema_type kStorageType{"Storage", "v1_0_0", "Storage"};
-const schema_type kDriveType{"Drive", "v1_6_0", "Drive"};
-const schema_type kChassisType{"Chassis", "v1_10_0", "Chassis"};
-const schema_type kNetworkAdapterType{"NetworkAdapter", "v1_5_0", "NetworkAdapter"};
-const schema_type kPortType{"Port", "v1_4_0", "Port"};
-const schema_type kNetworkDeviceFunctionType{"NetworkDeviceFunction", "v1_5_0", "NetworkDeviceFunction"};
-const schema_type kSoftwareInventoryType{"SoftwareInventory", "v1_2_0", "SoftwareInventory"};
+const schema_type kDriveType{"Drive", "v1_6_0", "Drive", true};
+const schema_type kChassisType{"Chassis", "v1_10_0", "Chassis", true};
+const schema_type kNetworkAdapterType{"NetworkAdapter", "v1_5_0", "NetworkAdapter", true};
+const schema_type kPortType{"Port", "v1_4_0", "Port", true};
+const schema_type kNetworkDeviceFunctionType{"NetworkDeviceFunction", "v1_5_0", "NetworkDeviceFunction",
+                                             true};
+const schema_type kSoftwareInventoryType{"SoftwareInventory", "v1_2_0", "SoftwareInventory", true};
 const schema_type kUpdateServiceType{"UpdateService", "v1_0_0", "UpdateService"};
 const schema_type kManagerType{"Manager", "v1_0_0", "Manager"};
 const schema_type kSessionServiceType{"SessionService", "v1_0_0", "SessionService"};
 const schema_type kMessageType{"Message", "v1_1_1", "Message"};
 const schema_type kJsonSchemaFileType{"JsonSchemaFile", "v1_0_0", "JsonSchemaFile"};
+
+bool has_odata_etag(const std::string& odata_type) {
+    for (const schema_type* t : dmtf_types()) {
+        if (t->etag && t->odata_type() == odata_type) return true;
+    }
+    return false;
+}
 
 const std::vector<const schema_type*>& dmtf_types() {
     static const schema_type collections[] = {

@@ -27,6 +27,7 @@ struct schema_type {
     const char* ns;
     const char* version;
     const char* name;
+    bool etag = false;  // the schema version has "@odata.etag"
     std::string odata_type() const;
 };
 

@@ -84,5 +84,8 @@ private:
 // The URI of the JsonSchemaFile that describes an @odata.type ("" for none), for the Link
 // header of an answer.
 std::string described_by(const std::string& odata_type);
+// True when the schema version of an @odata.type has "@odata.etag" (the answer then carries
+// its ETag in the body too).
+bool has_odata_etag(const std::string& odata_type);
 
 }  // namespace redfish

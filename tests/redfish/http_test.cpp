@@ -142,6 +142,10 @@ TEST_F(RedfishHttp, HeadersEtagsAndConditionalRequests) {
     std::string tag = a.headers["ETag"];
     ASSERT_EQ(18u, tag.size()) << tag;
     EXPECT_EQ('"', tag.front()) << "a strong tag";
+    EXPECT_EQ(tag, json::parse(a.body)["@odata.etag"]) << "PCIeDevice 1.9 has @odata.etag";
+    answer root = one("GET /redfish/v1 HTTP/1.1\r\n\r\n");
+    EXPECT_FALSE(json::parse(root.body).contains("@odata.etag")) << "ServiceRoot 1.1 has none";
+    EXPECT_FALSE(root.headers["ETag"].empty());
 
     // The same tag: 304, no body; another tag, or a list without it: the resource.
     auto pair = send("GET " + dev + " HTTP/1.1\r\nIf-None-Match: " + tag + "\r\n\r\nGET " + dev +
