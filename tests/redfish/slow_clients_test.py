@@ -8,7 +8,9 @@ Ingests examples/aim/server-2u.xml into a fresh database, serves it, and then (o
 Meanwhile a well-behaved client asks for /redfish/v1 ten times a second for 20 s on one
 kept-alive connection: every request must be answered, the 99th percentile under 100 ms. With
 --slow every slow connection must be closed by the server within 20 s of its first byte. The
-server's resident memory must stay under 64 MiB (--rss-limit). Prints '1 passed, 0 failed' or
+server's resident memory must stay under 64 MiB (--rss-limit); a server built with
+AddressSanitizer, whose own shadow and quarantine take some 60 MiB before any connection, is held
+to the same 64 MiB over its memory after a first request instead. Prints '1 passed, 0 failed' or
 the failures.
 """
 import argparse, http.client, os, resource, selectors, socket, sys, tempfile, threading, time
@@ -133,6 +135,10 @@ def main():
         ingest_example(a.aimctl, a.source_dir, "server-2u", db)
         svc = Service(a.aimctl, db)
         try:
+            svc.get("/redfish/v1")
+            with open("/proc/%d/maps" % svc.proc.pid) as f:
+                sanitized = "libasan" in f.read()
+            base = rss_kib(svc.proc.pid) / 1024.0 if sanitized else 0.0
             socks = connect_all(svc.port, CONNECTIONS)
             latencies, errors, rss = [], [], []
             client = threading.Thread(target=good_client,
@@ -148,7 +154,7 @@ def main():
             p50, p99 = lat[len(lat) // 2], lat[min(len(lat) - 1, int(len(lat) * 0.99))]
             check(p99 < 0.1, "the well-behaved client's p99 is %.1f ms" % (p99 * 1000))
             peak = max(rss) / 1024.0
-            check(peak < a.rss_limit, "the server's RSS reached %.1f MiB" % peak)
+            check(peak - base < a.rss_limit, "the server's RSS reached %.1f MiB (from %.1f MiB)" % (peak, base))
             if a.slow:
                 late = [i for i in range(len(socks)) if i not in closed or closed[i] - first_byte[i] > 20]
                 check(not late, "%d slow connections were not closed within 20 s" % len(late))
@@ -157,8 +163,8 @@ def main():
             else:
                 check(not closed, "%d idle connections were closed within %d s" % (len(closed), SECONDS))
                 cap_check(svc, svc.port, socks)
-            print("well-behaved client: %d requests, p50 %.2f ms, p99 %.2f ms; server RSS at most %.1f MiB"
-                  % (len(lat), p50 * 1000, p99 * 1000, peak))
+            print("well-behaved client: %d requests, p50 %.2f ms, p99 %.2f ms; server RSS at most %.1f MiB%s"
+                  % (len(lat), p50 * 1000, p99 * 1000, peak, " (%.1f MiB before the connections)" % base if base else ""))
             for s in socks:
                 s.close()
             status, _, _ = svc.get("/redfish/v1")
