@@ -1,7 +1,7 @@
 // Any bytes as the rows of the inventory tables that the Redfish service reads, in an
 // in-memory SQLite database with the inventory schema; then every resource that the service
-// lists must render as valid JSON, every link in it must lead to a listed resource, and a
-// crawl from the service root must end.
+// lists must render (as valid JSON, but for $metadata's XML), every link in a resource must
+// lead to a listed resource, and a crawl from the service root must end.
 //
 // Input: one row per line, "TABLE<TAB>COLUMN=VALUE<TAB>..." ("COLUMN" alone is NULL). A value
 // that reads as a decimal integer in 64 bits is stored as an integer, any other as text (the
@@ -143,7 +143,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (const std::string& uri : listed) {
         if (seen.count(uri)) continue;  // rendered and checked on the crawl
         auto r = gen.get(uri);
-        if (r->status != 200 || redfish::json::parse(r->body, nullptr, false).is_discarded())
+        bool json_text = r->content_type == "application/json";  // not $metadata's XML
+        if (r->status != 200 || r->body.empty() ||
+            (json_text && redfish::json::parse(r->body, nullptr, false).is_discarded()))
             finding(uri, "a listed resource that does not render");
     }
     return 0;
