@@ -39,7 +39,7 @@ trap stop_all EXIT
     "$src/examples/aim/$machine.xml" >/dev/null
 "$aimctl" redfish --db "$work/$machine.db" --mockup "$work/mockup" >/dev/null
 device=$(python3 -c 'import json,sys; print(json.load(open(sys.argv[1]))["Members"][0]["@odata.id"])' \
-    "$work/mockup/redfish/v1/Systems/system/PCIeDevices/index.json")
+    "$work/mockup/redfish/v1/Chassis/chassis/PCIeDevices/index.json")
 
 # A free loopback port for nginx (the kernel's pick, released just before nginx takes it).
 nginx_port=$(python3 -c 'import socket; s=socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')

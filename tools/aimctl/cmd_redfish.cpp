@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "redfish/cache.h"
 #include "redfish/service.h"
 #include "redfish/snapshot.h"
 #include "tools/aimctl/command.h"
@@ -26,25 +27,26 @@ bool make_dirs(const std::string& dir) {
     return true;
 }
 
-// A resource goes to FOLDER/index.json; a document to FOLDER/index.xml ($metadata) or, when its
-// URI names a file (the OEM schema's .xml and .json), to that file.
+// Each answer exactly as 'aimctl serve' sends it (its @odata.etag included). A resource goes to
+// FOLDER/index.json; a document to FOLDER/index.xml ($metadata) or, when its URI names a file (the
+// OEM schema's .xml and .json), to that file.
 int write_mockup(const redfish::service& svc, const std::string& dir) {
     size_t written = 0;
     for (const std::string& uri : svc.uris()) {
         redfish::response r = svc.get(uri);
+        auto sent = redfish::render(r);
         bool named = r.content_type && (uri.size() > 4 && (uri.compare(uri.size() - 4, 4, ".xml") == 0 ||
                                                            uri.compare(uri.size() - 5, 5, ".json") == 0));
         std::string folder = named ? dir + uri.substr(0, uri.rfind('/')) : dir + uri;
-        std::string file = named ? dir + uri
-                           : r.content_type && std::string(r.content_type) == "application/xml"
-                               ? folder + "/index.xml"
-                               : folder + "/index.json";
+        std::string file = named                                     ? dir + uri
+                           : sent->content_type == "application/xml" ? folder + "/index.xml"
+                                                                     : folder + "/index.json";
         if (!make_dirs(folder)) {
             fprintf(stderr, "aimctl redfish: cannot create '%s': %s\n", folder.c_str(), strerror(errno));
             return exit_failed;
         }
         std::ofstream out(file, std::ios::binary | std::ios::trunc);
-        out << (r.content_type ? r.text : redfish::to_text(r.body, 4) + '\n');
+        out << sent->body << (r.content_type ? "" : "\n");
         if (!out) {
             fprintf(stderr, "aimctl redfish: cannot write '%s'\n", file.c_str());
             return exit_failed;
@@ -88,10 +90,9 @@ int run_redfish(const std::vector<std::string>& args) {
     redfish::service svc(db);
     if (!mockup.empty()) return write_mockup(svc, mockup);
     redfish::response r = svc.get(uri);
-    if (r.content_type)
-        fputs(r.text.c_str(), stdout);
-    else
-        printf("%s\n", redfish::to_text(r.body).c_str());
+    auto sent = redfish::render(r);
+    fputs(sent->body.c_str(), stdout);
+    if (!r.content_type) fputs("\n", stdout);
     return r.status == 200 ? exit_ok : exit_failed;
 }
 
