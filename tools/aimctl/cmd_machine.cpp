@@ -89,7 +89,7 @@ int run_machine(const std::vector<std::string>& args) {
     for (size_t i = 0; i < args.size(); ++i) {
         const std::string& a = args[i];
         auto value = [&](std::string& dst) {
-            if (i + 1 >= args.size()) return false;
+            if (i + 1 >= args.size() || args[i + 1].compare(0, 2, "--") == 0) return false;
             dst = args[++i];
             return true;
         };
