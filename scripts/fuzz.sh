@@ -10,7 +10,7 @@ set -euo pipefail
 build=$(cd "$1" && pwd) seconds=$2
 shift 2
 targets=("$@")
-[ ${#targets[@]} -gt 0 ] || targets=(reader parse_aim fru vnic vpd gpu http_request redfish_db)
+[ ${#targets[@]} -gt 0 ] || targets=(reader parse_aim fru vnic vpd gpu machine http_request redfish_db)
 src=$(cd "$(dirname "$0")/.." && pwd)
 # A smaller quarantine than ASan's 256 MB still outlives every input many times over, and
 # spares a page fault on most allocations.

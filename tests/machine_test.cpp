@@ -142,14 +142,15 @@ TEST(MachineRows, ShapesOfRealServers) {
          slot_record("SLOT5", "x16 PCI Express x16", 5, "") +
              slot_record("SLOT6", "x8 PCI Express", 6, "ffff:06:00.0"),
          "0000:04:00.0 slot=5 loc=1 type=170 pcie=0 lanes=1 fun=1 hw=1 keys=00040000/00040000 'SLOT5'\n"},
-        {"dmidecode 3.6 types, out-of-spec types, and an OCP mezzanine (an onboard device)",
+        {"dmidecode 3.6 types, out-of-spec types, and an OCP mezzanine (an onboard device) named in Latin-1",
          nic("0000:41:00.0") + nic("0000:42:00.0") + nic("0000:43:00.0"),
          slot_record("PCI SLOT 01", "PCI Express 5 x16", 1, "0000:41:00.0") +
              slot_record("PCI SLOT 02", "<OUT OF SPEC>", 2, "0000:42:00.0") +
-             slot_record("OCP3 NIC", "x16 OCP NIC 3.0 Small Form Factor (SFF)", 10, "0000:43:00.0"),
+             slot_record("OCP3 NIC \xE9", "x16 OCP NIC 3.0 Small Form Factor (SFF)", 10, "0000:43:00.0"),
          "0000:41:00.0 slot=1 loc=1 type=195 pcie=0 lanes=1 fun=1 hw=1 keys=00410000/00410000 'PCI SLOT 01'\n"
          "0000:42:00.0 slot=2 loc=1 type=2 pcie=0 lanes=1 fun=1 hw=1 keys=00420000/00420000 'PCI SLOT 02'\n"
-         "0000:43:00.0 slot=10 loc=0 type=38 pcie=0 lanes=1 fun=1 hw=1 keys=00430000/00430000 'OCP3 NIC'\n"},
+         "0000:43:00.0 slot=10 loc=0 type=38 pcie=0 lanes=1 fun=1 hw=1 keys=00430000/00430000 'OCP3 NIC "
+         "\uFFFD'\n"},
         {"root bus functions: the platform's own ones left out, the others kept as platform functions (2); "
          "behind a bridge onboard (0), named by an SMBIOS onboard device",
          record("0000:00:00.0 Host bridge [0600]: Intel Corporation Device [8086:2020] (rev 04)") +

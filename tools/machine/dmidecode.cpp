@@ -215,7 +215,7 @@ smbios_info parse_dmidecode(const std::string& s, const std::string& file) {
             require(file, r, "Type", "system slot");
             smbios_slot slot;
             slot.line = r.line;
-            slot.designation = r.field("Designation")->first;
+            slot.designation = text::valid_utf8(r.field("Designation")->first);
             slot.type = smbios_slot_type(r.field("Type")->first);
             unsigned id = 0;
             if (const auto* f = r.field("ID")) {
@@ -232,7 +232,7 @@ smbios_info parse_dmidecode(const std::string& s, const std::string& file) {
             if (!f) continue;
             onboard_device d;
             d.line = r.line;
-            d.designation = r.field("Reference Designation")->first;
+            d.designation = text::valid_utf8(r.field("Reference Designation")->first);
             bool valid = false;
             d.address = bus_address(file, *f, &valid);
             if (valid) info.onboard.push_back(d);

@@ -170,5 +170,33 @@ bool last_bracketed_ids(const std::string& s, bool pair, uint32_t* first, uint32
     return false;
 }
 
+std::string valid_utf8(const std::string& s) {
+    std::string out;
+    out.reserve(s.size());
+    size_t i = 0;
+    while (i < s.size()) {
+        unsigned char c = static_cast<unsigned char>(s[i]);
+        size_t n = c < 0x80 ? 1 : (c >> 5) == 0x6 ? 2 : (c >> 4) == 0xe ? 3 : (c >> 3) == 0x1e ? 4 : 0;
+        bool ok = n > 0 && i + n <= s.size();
+        uint32_t cp = n == 1 ? c : n == 2 ? (c & 0x1fu) : n == 3 ? (c & 0x0fu) : (c & 0x07u);
+        for (size_t k = 1; ok && k < n; ++k) {
+            unsigned char t = static_cast<unsigned char>(s[i + k]);
+            ok = (t & 0xc0) == 0x80;
+            cp = cp << 6 | (t & 0x3fu);
+        }
+        // No overlong forms, no surrogates, nothing above U+10FFFF.
+        static const uint32_t least[] = {0, 0, 0x80, 0x800, 0x10000};
+        ok = ok && cp >= least[n] && cp <= 0x10ffff && !(cp >= 0xd800 && cp <= 0xdfff);
+        if (ok) {
+            out.append(s, i, n);
+            i += n;
+        } else {
+            out += "\xEF\xBF\xBD";
+            ++i;
+        }
+    }
+    return out;
+}
+
 }  // namespace text
 }  // namespace machine
