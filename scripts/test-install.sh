@@ -97,4 +97,10 @@ got=$(complete_words aimctl ingest --)
 for o in --db --machine --help; do
     grep -q -- "$o" <<<"$got" || fail "completion after 'aimctl ingest --' lacks $o: '$got'"
 done
+got=$(complete_words aimctl machine --)
+for o in --lspci --dmidecode --sysfs --out --aim --format; do
+    grep -q -- "$o" <<<"$got" || fail "completion after 'aimctl machine --' lacks $o: '$got'"
+done
+got=$(complete_words aimctl machine --format "")
+[ "$got" = "table json" ] || fail "completion after 'aimctl machine --format ': '$got'"
 echo "test-install: both consumers built against $PREFIX and passed; manual page and completion complete"

@@ -152,7 +152,7 @@ TEST(MachineRows, ShapesOfRealServers) {
          "0000:43:00.0 slot=10 loc=0 type=38 pcie=0 lanes=1 fun=1 hw=1 keys=00430000/00430000 'OCP3 NIC "
          "\uFFFD'\n"},
         {"root bus functions: the platform's own ones left out, the others kept as platform functions (2); "
-         "behind a bridge onboard (0), named by an SMBIOS onboard device",
+         "behind a bridge onboard (0), named by an SMBIOS onboard device, which outranks a slot number",
          record("0000:00:00.0 Host bridge [0600]: Intel Corporation Device [8086:2020] (rev 04)") +
              record("0000:00:04.0 System peripheral [0880]: Intel Corporation CBDMA [8086:2021] (rev 04)") +
              record("0000:00:14.0 USB controller [0c03]: Intel Corporation xHCI [8086:a1af] (rev 09) "
@@ -160,7 +160,8 @@ TEST(MachineRows, ShapesOfRealServers) {
              record("0000:00:17.0 SATA controller [0106]: Intel Corporation SATA [AHCI mode] [8086:a182] "
                     "(rev 09) (prog-if 01 [AHCI 1.0])") +
              root_port("0000:00:1c.0", "01", "01") +
-             record("0000:01:00.0 Ethernet controller [0200]: Intel Corporation I350 [8086:1521] (rev 01)") +
+             record("0000:01:00.0 Ethernet controller [0200]: Intel Corporation I350 [8086:1521] (rev 01)",
+                    {"Physical Slot: 1"}) +
              record("0000:01:00.1 RAID bus controller [0104]: Broadcom / LSI SAS3008 [1000:0097] (rev 02)"),
          "Handle 0x0A00, DMI type 41, 11 bytes\nOnboard Device\n\tReference Designation: LAN1\n\tType: "
          "Ethernet\n"

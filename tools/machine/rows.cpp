@@ -241,8 +241,20 @@ std::vector<pcis_row> build_rows(const std::vector<pci_function>& in, const std:
                 }
             }
         }
-        int number = f.physical_slot > 0 ? f.physical_slot : -1;
-        for (size_t i = 0; i < up.size() && number <= 0; ++i) {
+        // An SMBIOS onboard device at the function's address outranks a slot number that a
+        // root port's slot capability hands down (boards wire onboard chips to such ports).
+        const onboard_device* named = nullptr;
+        if (smbios && !slot) {
+            for (const onboard_device& d : smbios->onboard) {
+                if (d.address == f.address) {
+                    named = &d;
+                    break;
+                }
+                if (!named && d.address.same_device(f.address)) named = &d;
+            }
+        }
+        int number = f.physical_slot > 0 && !named ? f.physical_slot : -1;
+        for (size_t i = 0; i < up.size() && number <= 0 && !named; ++i) {
             if (up[i]->capability_slot > 0)
                 number = up[i]->capability_slot;
             else if (up[i]->physical_slot > 0)
@@ -275,18 +287,8 @@ std::vector<pcis_row> build_rows(const std::vector<pci_function>& in, const std:
             row.slot = 0;
             row.slot_type = 0xa5;
             row.location = topo.on_root_bus(f) ? 2 : 0;
-            row.designation = std::string("Onboard ") + onboard_word(f.class_code);
-            if (smbios) {
-                const onboard_device* named = nullptr;
-                for (const onboard_device& d : smbios->onboard) {
-                    if (d.address == f.address) {
-                        named = &d;
-                        break;
-                    }
-                    if (!named && d.address.same_device(f.address)) named = &d;
-                }
-                if (named) row.designation = named->designation;
-            }
+            row.designation =
+                named ? named->designation : std::string("Onboard ") + onboard_word(f.class_code);
         }
         row.address = f.address;
         row.dev_key = (f.address.segment & 0xffu) << 24 | static_cast<uint32_t>(f.address.bus) << 16 |
