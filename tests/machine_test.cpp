@@ -187,6 +187,36 @@ TEST(MachineRows, ShapesOfRealServers) {
     }
 }
 
+// lspci -vvn prints numbers only; lspci cuts a long name at its buffer's end, and with -nn the
+// ids after it: such a function is kept with ids 0 and reported, not refused.
+TEST(MachineRows, NumericAndCutHeaders) {
+    std::string numeric =
+        "0000:3b:00.0 0200: 8086:1592 (rev 02)\n\tSubsystem: 8086:0002\n\tPhysical Slot: 1\n\n"
+        "0000:00:17.0 0106: 8086:a182 (rev 09) (prog-if 01 [AHCI 1.0])\n";
+    std::vector<pcis_row> rows = rows_of(numeric);
+    ASSERT_EQ(2u, rows.size());
+    EXPECT_EQ(0x010601u, rows[0].class_code);
+    EXPECT_EQ(0xa182, rows[0].device);
+    EXPECT_EQ(1u, rows[1].slot);
+    EXPECT_EQ(0x8086, rows[1].subvendor);
+    EXPECT_EQ(0x0002, rows[1].subdevice);
+
+    std::string cut =
+        "0000:07:00.0 InfiniBand [0c06]: Example Networks EX4000 Dual Port 40Gb/s InfiniBand and 10GigE "
+        "Adapter IC "
+        "with PCIe 2.0 x8 5.0GT/s Int... (rev a0)\n"
+        "\tSubsystem: Example Networks EX4000 Dual Port Adapter [1234:5678]\n\tPhysical Slot: 2\n";
+    machine::build_report report;
+    rows = machine::build_rows(machine::parse_lspci(cut, "lspci.txt"), "lspci.txt", nullptr, &report);
+    ASSERT_EQ(1u, rows.size());
+    EXPECT_EQ(0, rows[0].vendor);
+    EXPECT_EQ(0, rows[0].device);
+    EXPECT_EQ(0x1234, rows[0].subvendor);
+    EXPECT_EQ(2u, rows[0].fun_type);
+    ASSERT_EQ(1u, report.ids_cut.size());
+    EXPECT_EQ("0000:07:00.0", report.ids_cut[0].text());
+}
+
 // Class codes to the function and hardware types of the README's table.
 TEST(MachineRows, FunctionTypes) {
     const struct {

@@ -153,6 +153,13 @@ int run_machine(const std::vector<std::string>& args) {
                 smbios.slots.size(), report.slots_matched, report.slots_invalid, report.slots_shared);
     }
     fprintf(stderr, "\n");
+    for (const machine::pci_address& a : report.ids_cut) {
+        fprintf(
+            stderr,
+            "aimctl machine: warning: lspci cut the name of %s and its ids with it; its ids are written as 0 "
+            "(capture with lspci -vvnD for numbers only)\n",
+            a.text().c_str());
+    }
 
     // The AIM file is read before anything is written, so that a bad one leaves no file behind.
     aim_parser::document doc;

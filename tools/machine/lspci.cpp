@@ -8,6 +8,10 @@
 // "SltCap: ..." whose continuation holds "Slot #1, PowerLimit ...", and the SR-IOV
 // capability's "Number of VFs: N" and "VF offset: O, stride: S". Every other line is skipped.
 //
+// `lspci -vvn[D]` prints the same records with numbers only ("0000:3b:00.0 0200: 8086:1592",
+// "Subsystem: 8086:0002"); lspci cuts a long name at its buffer's end, and with -nn the ids that
+// follow it: such a function keeps ids 0 and is reported.
+//
 // `lspci -vmmnn[D]`: records of "Key:<TAB>value" lines ("Slot", "Class", "Vendor", "Device",
 // "SVendor", "SDevice", "ProgIf", "PhySlot"); it has no link, bridge or SR-IOV details.
 #include <string.h>
@@ -83,6 +87,13 @@ bool decimal_after(const std::string& s, const char* key, unsigned* out) {
     return text::decimal_text(s.substr(p, e - p), out);
 }
 
+// The header of lspci -n after the address: "0200: 8086:1592 ...".
+bool numeric_header(const std::string& s, uint32_t* cls, uint32_t* vendor, uint32_t* device) {
+    return s.size() >= 15 && s[4] == ':' && s[5] == ' ' && s[10] == ':' && text::hex_field(s, 0, 4, cls) &&
+           text::hex_field(s, 6, 4, vendor) && text::hex_field(s, 11, 4, device) &&
+           (s.size() == 15 || s[15] == ' ');
+}
+
 bool hex_after(const std::string& s, const char* key, uint32_t* out) {
     size_t p = s.find(key);
     return p != std::string::npos && text::hex_field(s, p + strlen(key), 2, out);
@@ -126,27 +137,38 @@ private:
         }
         if (used >= s.size() || s[used] != ' ')
             throw input_error(file_, l.number, "a record header cut short: '" + s + "'");
-        // The class code in brackets, then a colon: "Ethernet controller [0200]: ".
-        size_t cls_end = std::string::npos;
-        uint32_t cls = 0;
-        for (size_t i = used; i + 7 <= s.size(); ++i) {
-            if (s[i] == '[' && text::hex_field(s, i + 1, 4, &cls) && s[i + 5] == ']' && s[i + 6] == ':') {
-                cls_end = i + 7;
-                break;
-            }
-        }
-        if (cls_end == std::string::npos) {
-            throw input_error(
-                file_, l.number,
-                "no numeric class code such as '[0200]:' in the record header (capture with lspci -nn)");
-        }
-        uint32_t vendor = 0, device = 0;
+        std::string rest = s.substr(used + 1);
+        uint32_t cls = 0, vendor = 0, device = 0;
         size_t ids_at = 0;
-        std::string rest = s.substr(cls_end);
-        if (!text::last_bracketed_ids(rest, true, &vendor, &device, &ids_at)) {
-            throw input_error(
-                file_, l.number,
-                "no numeric ids such as '[8086:1592]' in the record header (capture with lspci -nn)");
+        if (numeric_header(rest, &cls, &vendor, &device)) {
+            // lspci -n: "0200: 8086:1592 (rev 02)".
+            ids_at = 5;
+        } else {
+            // lspci -nn: the class code in brackets, then a colon: "Ethernet controller [0200]: ".
+            size_t cls_end = std::string::npos;
+            for (size_t i = 0; i + 7 <= rest.size(); ++i) {
+                if (rest[i] == '[' && text::hex_field(rest, i + 1, 4, &cls) && rest[i + 5] == ']' &&
+                    rest[i + 6] == ':') {
+                    cls_end = i + 7;
+                    break;
+                }
+            }
+            if (cls_end == std::string::npos) {
+                throw input_error(
+                    file_, l.number,
+                    "no numeric class code such as '[0200]:' in the record header (capture with lspci -nn)");
+            }
+            rest = rest.substr(cls_end);
+            if (!text::last_bracketed_ids(rest, true, &vendor, &device, &ids_at)) {
+                // lspci cuts a long name at its buffer's end ("... 5.0GT/s In... (rev a0)"), and the
+                // ids after it with the name: the function is kept with ids 0, and reported.
+                if (rest.find("...") == std::string::npos) {
+                    throw input_error(
+                        file_, l.number,
+                        "no numeric ids such as '[8086:1592]' in the record header (capture with lspci -nn)");
+                }
+                f.ids_cut = true;
+            }
         }
         uint32_t prog_if = 0;
         size_t p = rest.find("(prog-if ", ids_at);
@@ -176,10 +198,16 @@ private:
         slot_cap_indent_ = 0;
         if (text::starts_with(t, "Subsystem:")) {
             uint32_t sv = 0, sd = 0;
-            if (!text::last_bracketed_ids(t, true, &sv, &sd, nullptr)) {
-                throw input_error(
-                    file_, l.number,
-                    "a subsystem without numeric ids such as '[8086:0002]' (capture with lspci -nn)");
+            std::string ids = text::trim(t.substr(10));
+            bool numeric = ids.size() == 9 && ids[4] == ':' && text::hex_field(ids, 0, 4, &sv) &&
+                           text::hex_field(ids, 5, 4, &sd);  // lspci -n
+            if (!numeric && !text::last_bracketed_ids(t, true, &sv, &sd, nullptr)) {
+                if (t.find("...") == std::string::npos) {
+                    throw input_error(
+                        file_, l.number,
+                        "a subsystem without numeric ids such as '[8086:0002]' (capture with lspci -nn)");
+                }
+                cur_->ids_cut = true;  // cut with its name, as in the header
             }
             cur_->subvendor = static_cast<uint16_t>(sv);
             cur_->subdevice = static_cast<uint16_t>(sd);

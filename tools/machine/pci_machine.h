@@ -51,6 +51,7 @@ struct pci_function {
     // SR-IOV physical functions: the enabled virtual functions' routing ids follow from these.
     unsigned vf_count = 0, vf_offset = 0, vf_stride = 0;
     bool virtual_function = false;  // known to be a VF (sysfs physfn, or by its PF's SR-IOV)
+    bool ids_cut = false;           // lspci cut the name and the ids with it: ids 0
 };
 
 // One SMBIOS system slot (type 9 record).
@@ -108,13 +109,14 @@ struct pcis_row {
 };
 
 struct build_report {
-    unsigned functions = 0;          // functions read
-    unsigned left_out_bridges = 0;   // class 06
-    unsigned left_out_platform = 0;  // the platform's own functions (no slot, integrated classes)
-    unsigned left_out_vfs = 0;       // SR-IOV virtual functions
-    unsigned slots_matched = 0;      // SMBIOS slots that hold at least one row
-    unsigned slots_invalid = 0;      // SMBIOS slots whose address names no device
-    unsigned slots_shared = 0;       // SMBIOS slots whose valid address another slot gives too
+    unsigned functions = 0;            // functions read
+    unsigned left_out_bridges = 0;     // class 06
+    unsigned left_out_platform = 0;    // the platform's own functions (no slot, integrated classes)
+    unsigned left_out_vfs = 0;         // SR-IOV virtual functions
+    unsigned slots_matched = 0;        // SMBIOS slots that hold at least one row
+    unsigned slots_invalid = 0;        // SMBIOS slots whose address names no device
+    unsigned slots_shared = 0;         // SMBIOS slots whose valid address another slot gives too
+    std::vector<pci_address> ids_cut;  // rows whose ids lspci cut off (written as 0)
 };
 
 // The rows of a machine, in address order. `smbios` may be null (no dmidecode given).

@@ -311,6 +311,7 @@ std::vector<pcis_row> build_rows(const std::vector<pci_function>& in, const std:
         row.class_code = f.class_code;
         row.max_pcie_type = f.link_generation;
         row.max_lanes = f.link_width ? f.link_width : 1;
+        if (f.ids_cut) r.ids_cut.push_back(f.address);
         rows.push_back(row);
     }
     if (smbios) {

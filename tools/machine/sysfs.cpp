@@ -4,6 +4,8 @@
 // "secondary_bus_number" and "subordinate_bus_number", and "physfn" for an SR-IOV virtual
 // function. ROOT/sys/bus/pci/slots/NAME/address ("0000:3b:00") names the device in slot NAME.
 #include <dirent.h>
+#include <errno.h>
+#include <string.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -32,11 +34,16 @@ std::vector<std::string> entries(const std::string& dir, bool* exists) {
     DIR* d = opendir(dir.c_str());
     *exists = d != nullptr;
     if (!d) return names;
-    while (struct dirent* e = readdir(d)) {
+    for (;;) {
+        errno = 0;
+        struct dirent* e = readdir(d);
+        if (!e) break;
         std::string n = e->d_name;
         if (n != "." && n != "..") names.push_back(n);
     }
+    int err = errno;
     closedir(d);
+    if (err) throw input_error(dir, 0, std::string("cannot be listed: ") + strerror(err));
     std::sort(names.begin(), names.end());
     return names;
 }
