@@ -39,27 +39,35 @@ if [ -n "$TOOLCHAIN" ]; then
     CXX=arm-linux-gnueabihf-g++
 fi
 
-# 1. find_package: the consumer's own CMake project, configured against the prefix alone.
+# 1. find_package: the consumer's own CMake project, configured against the prefix alone, in
+# both orders of the two targets and with a linker that drops unneeded libraries.
 # (The package's folder is named directly: a cross toolchain searches for packages only
 # below its sysroot.)
-cmake_args=(-S "$SRC/tests/consumer" -B "$WORK/cmake-consumer"
-            -Dvqmdb_aim_parser_DIR="$LIBDIR/cmake/vqmdb_aim_parser")
-[ -n "$TOOLCHAIN" ] && cmake_args+=(-DCMAKE_TOOLCHAIN_FILE="$TOOLCHAIN" -DAIM_ARM_SYSROOT="$SYSROOT")
-cmake "${cmake_args[@]}" >"$WORK/consumer-cmake.log" 2>&1 || { cat "$WORK/consumer-cmake.log" >&2; fail "find_package consumer: configure failed"; }
-cmake --build "$WORK/cmake-consumer" >>"$WORK/consumer-cmake.log" 2>&1 || { cat "$WORK/consumer-cmake.log" >&2; fail "find_package consumer: build failed"; }
-"${run[@]}" "$WORK/cmake-consumer/consumer" "$AIM" "$FRU" || fail "find_package consumer: wrong results"
+for first in OFF ON; do
+    dir=$WORK/cmake-consumer-$first
+    cmake_args=(-S "$SRC/tests/consumer" -B "$dir" -Dvqmdb_aim_parser_DIR="$LIBDIR/cmake/vqmdb_aim_parser"
+                -DAIM_CONSUMER_PLATFORM_FIRST=$first -DCMAKE_EXE_LINKER_FLAGS=-Wl,--as-needed)
+    [ -n "$TOOLCHAIN" ] && cmake_args+=(-DCMAKE_TOOLCHAIN_FILE="$TOOLCHAIN" -DAIM_ARM_SYSROOT="$SYSROOT")
+    log=$WORK/consumer-cmake-$first.log
+    cmake "${cmake_args[@]}" >"$log" 2>&1 || { cat "$log" >&2; fail "find_package consumer (platform first: $first): configure failed"; }
+    cmake --build "$dir" >>"$log" 2>&1 || { cat "$log" >&2; fail "find_package consumer (platform first: $first): build failed"; }
+    "${run[@]}" "$dir/consumer" "$AIM" "$FRU" || fail "find_package consumer (platform first: $first): wrong results"
+done
 
-# 2. pkg-config: a plain compiler call with the flags of both files, found from the prefix only.
-pc_flags=$(PKG_CONFIG_LIBDIR="$LIBDIR/pkgconfig" PKG_CONFIG_SYSROOT_DIR="" \
-           pkg-config --cflags --libs vqmdb_aim_parser vqmdb_aim_host_platform)
+# 2. pkg-config: a plain compiler call with the flags of both files, found from the prefix only,
+# the two packages named in either order, with --as-needed.
 libdir=$(PKG_CONFIG_LIBDIR="$LIBDIR/pkgconfig" pkg-config --variable=libdir vqmdb_aim_parser)
 extra=()
 [ -n "$SYSROOT" ] && extra+=(-Wl,-rpath-link,"$SYSROOT/usr/lib/arm-linux-gnueabihf"
                              -Wl,-rpath-link,"$SYSROOT/lib/arm-linux-gnueabihf" -Wno-psabi)
-# shellcheck disable=SC2086
-"$CXX" -std=c++17 -o "$WORK/pc-consumer" "$SRC/tests/consumer/consumer.cpp" $pc_flags -Wl,-rpath,"$libdir" "${extra[@]}" ||
-    fail "pkg-config consumer: build failed"
-"${run[@]}" "$WORK/pc-consumer" "$AIM" "$FRU" || fail "pkg-config consumer: wrong results"
+for packages in "vqmdb_aim_parser vqmdb_aim_host_platform" "vqmdb_aim_host_platform vqmdb_aim_parser"; do
+    # shellcheck disable=SC2086
+    pc_flags=$(PKG_CONFIG_LIBDIR="$LIBDIR/pkgconfig" PKG_CONFIG_SYSROOT_DIR="" pkg-config --cflags --libs $packages)
+    # shellcheck disable=SC2086
+    "$CXX" -std=c++17 -o "$WORK/pc-consumer" "$SRC/tests/consumer/consumer.cpp" -Wl,--as-needed $pc_flags \
+        -Wl,-rpath,"$libdir" "${extra[@]}" || fail "pkg-config consumer ($packages): build failed"
+    "${run[@]}" "$WORK/pc-consumer" "$AIM" "$FRU" || fail "pkg-config consumer ($packages): wrong results"
+done
 
 # The installed aimctl, run as a user would (under the emulator for ARM).
 mkdir -p "$WORK/bin"
