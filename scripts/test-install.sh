@@ -46,7 +46,7 @@ fi
 for first in OFF ON; do
     dir=$WORK/cmake-consumer-$first
     cmake_args=(-S "$SRC/tests/consumer" -B "$dir" -Dvqmdb_aim_parser_DIR="$LIBDIR/cmake/vqmdb_aim_parser"
-                -DAIM_CONSUMER_PLATFORM_FIRST=$first -DCMAKE_EXE_LINKER_FLAGS=-Wl,--as-needed)
+                -DAIM_CONSUMER_PLATFORM_FIRST=$first)
     [ -n "$TOOLCHAIN" ] && cmake_args+=(-DCMAKE_TOOLCHAIN_FILE="$TOOLCHAIN" -DAIM_ARM_SYSROOT="$SYSROOT")
     log=$WORK/consumer-cmake-$first.log
     cmake "${cmake_args[@]}" >"$log" 2>&1 || { cat "$log" >&2; fail "find_package consumer (platform first: $first): configure failed"; }
