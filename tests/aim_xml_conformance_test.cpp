@@ -178,4 +178,53 @@ TEST_F(XmlConformance, EntitiesExpandAsDeclaredAndNothingOutsideIsRead) {
     EXPECT_EQ("Slot1.F x", doc.inventories.get_config("n")->id);
 }
 
+// The DOM's own limits and its reading in blocks, apart from expat's rules: exactly 256 entity
+// declarations are accepted and the 257th refused; a document read in several 64 KiB blocks
+// gives the same tree whatever token a block edge cuts (a name, an entity reference, a
+// character of two, three or four UTF-8 bytes, the end of a CDATA section).
+TEST_F(XmlConformance, EntityLimitAndBlockEdges) {
+    EXPECT_EQ(std::string(256, 'x'), configset_name(many_entities(256)));
+    {
+        host::log_capture_begin();
+        aim_parser::document doc;
+        std::istringstream in(many_entities(257));
+        EXPECT_EQ(aim_parser::parse_xml_exception, doc.parse(in));
+        auto messages = host::log_captured();
+        ASSERT_EQ(1u, messages.size());
+        EXPECT_NE(std::string::npos, messages[0].text.find("more than 256 entity declarations"))
+            << messages[0].text;
+        host::log_capture_end();
+    }
+
+    const size_t block = 64 * 1024;
+    const std::string head = "<!DOCTYPE inventories [<!ENTITY ent \"ENT\">]><inventories>";
+    // Each token, the configset name it gives, and where in the token the edge may fall.
+    const struct {
+        const char* what;
+        std::string name_xml;  // inside <name>...</name>
+        std::string expect;
+    } tokens[] = {
+        {"an element name", "plain", "plain"},
+        {"an entity reference", "a&ent;b", "aENTb"},
+        {"a two-byte character", "\xC3\xA9t\xC3\xA9", "\xC3\xA9t\xC3\xA9"},
+        {"a three-byte character", "\xE2\x82\xAC" "9", "\xE2\x82\xAC" "9"},
+        {"a four-byte character", "\xF0\x9D\x84\x9E!", "\xF0\x9D\x84\x9E!"},
+        {"the end of a CDATA section", "<![CDATA[c]]>", "c"},
+    };
+    for (const auto& t : tokens) {
+        const std::string tail = "<configset><name>" + t.name_xml + "</name></configset></inventories>";
+        for (size_t edge : {block, 2 * block, 3 * block}) {
+            for (size_t cut = 1; cut < tail.size(); ++cut) {
+                // A comment pads the document so that the block edge falls `cut` bytes into the tail.
+                size_t pad = edge - cut - head.size() - 7;  // "<!--" and "-->"
+                std::string xml = head + "<!--" + std::string(pad, 'p') + "-->" + tail;
+                ASSERT_EQ(edge, head.size() + 7 + pad + cut);
+                SCOPED_TRACE(std::string(t.what) + ", edge " + std::to_string(edge) + ", cut " +
+                             std::to_string(cut));
+                EXPECT_EQ(t.expect, configset_name(xml));
+            }
+        }
+    }
+}
+
 }  // namespace
