@@ -401,6 +401,7 @@ TEST_F(MachineCommand, BadInputWritesNothing) {
         {"--lspci " + example("lspci.txt") + " --format xml", "unknown format 'xml'"},
         {"--lspci", "--lspci needs a FILE"},
         {"--bogus", "unknown argument '--bogus'"},
+        {"--lspci " + example("lspci.txt") + " --format json", "--format is the format of the --aim check"},
     };
     for (const auto& c : cases) {
         testutil::aimctl_result o = aimctl("machine " + c.args + " --out " + dir + "/m");

@@ -85,7 +85,7 @@ int write_machine(const std::string& dir, const nlohmann::ordered_json& pcis) {
 
 int run_machine(const std::vector<std::string>& args) {
     std::string lspci, dmidecode, sysfs, out, aim, format = "table";
-    bool use_sysfs = false;
+    bool use_sysfs = false, format_given = false;
     for (size_t i = 0; i < args.size(); ++i) {
         const std::string& a = args[i];
         auto value = [&](std::string& dst) {
@@ -103,6 +103,7 @@ int run_machine(const std::vector<std::string>& args) {
             if (!value(aim)) return usage_error(kName, "--aim needs a FILE");
         } else if (a == "--format") {
             if (!value(format)) return usage_error(kName, "--format needs table or json");
+            format_given = true;
             if (format != "table" && format != "json")
                 return usage_error(kName, "unknown format '" + format + "'");
         } else if (a == "--sysfs") {
@@ -114,6 +115,7 @@ int run_machine(const std::vector<std::string>& args) {
         }
     }
     if (lspci.empty() == !use_sysfs) return usage_error(kName, "give either --lspci FILE or --sysfs [ROOT]");
+    if (format_given && aim.empty()) return usage_error(kName, "--format is the format of the --aim check");
 
     std::vector<machine::pcis_row> rows;
     machine::build_report report;
@@ -205,10 +207,11 @@ AIMCTL_COMMAND("machine", "build a machine's \"PCIs\" rows from lspci and dmidec
                "Reads a real server's PCI functions and writes the \"pcis\" of DIR/machine.json, the\n"
                "\"PCIs\" rows that the controller keeps, so that 'aimctl ingest --machine DIR' runs the\n"
                "library against that server's topology. Capture on the server:\n"
-               "    lspci -vvnnD > lspci.txt           (or lspci -vmmnnD; without -D the segment is 0)\n"
+               "    lspci -vvnnD > lspci.txt           (or lspci -vvnD, lspci -vmmnnD; without -D the\n"
+               "                                        segment is 0)\n"
                "    dmidecode -t slot > dmidecode.txt  (or the whole dmidecode output: it also names\n"
                "                                        onboard devices)\n\n"
-               "  --lspci FILE      the output of lspci -vvnnD or lspci -vmmnnD\n"
+               "  --lspci FILE      the output of lspci -vvnnD, lspci -vvnD or lspci -vmmnnD\n"
                "  --sysfs [ROOT]    read the running host instead: ROOT/sys/bus/pci (ROOT defaults to /)\n"
                "  --dmidecode FILE  dmidecode's system slots: slot numbers, designations and types\n"
                "  --out DIR         write DIR/machine.json (created; the other keys of an existing one\n"
