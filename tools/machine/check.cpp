@@ -45,7 +45,9 @@ std::string upper(std::string s) {
     return s;
 }
 
-void check_config(const aim_parser::config& cfg, const std::vector<pcis_row>& rows, aim_check& out) {
+using row_index = std::map<pci_address, const pcis_row*>;
+
+void check_config(const aim_parser::config& cfg, const row_index& rows, aim_check& out) {
     config_check c;
     c.id = cfg.id;
     c.address.segment = pfa_number(cfg.segment);
@@ -54,12 +56,8 @@ void check_config(const aim_parser::config& cfg, const std::vector<pcis_row>& ro
     c.address.function = pfa_number(cfg.function);
     c.aim_slot = named_slot(cfg.id);
     if (c.aim_slot < 0) c.aim_slot = named_slot(cfg.mri_name);
-    for (const pcis_row& r : rows) {
-        if (r.address == c.address) {
-            c.row = &r;
-            break;
-        }
-    }
+    auto found = rows.find(c.address);
+    if (found != rows.end()) c.row = found->second;
     if (const aim_parser::group* generic = cfg.get_group("PCI Generic Information")) {
         std::vector<aim_parser::group*> firmware;
         generic->get_group("Firmware Information", firmware);
@@ -112,16 +110,18 @@ std::string slot_text(int n) { return n < 0 ? "-" : std::to_string(n); }
 
 aim_check check_aim(const aim_parser::document& doc, const std::vector<pcis_row>& rows) {
     aim_check out;
+    row_index by_address;
+    for (const pcis_row& r : rows) by_address.emplace(r.address, &r);
     std::vector<aim_parser::configset*> sets;
     doc.inventories.get_configset_list(sets);
     for (const aim_parser::configset* cs : sets) {
         std::vector<aim_parser::config*> configs;
         cs->get_config_list(configs);
-        for (const aim_parser::config* c : configs) check_config(*c, rows, out);
+        for (const aim_parser::config* c : configs) check_config(*c, by_address, out);
     }
     std::vector<aim_parser::config*> direct;
     doc.inventories.get_config_list(direct);
-    for (const aim_parser::config* c : direct) check_config(*c, rows, out);
+    for (const aim_parser::config* c : direct) check_config(*c, by_address, out);
 
     std::set<const pcis_row*> described;
     std::map<uint32_t, std::string> covered_devices;

@@ -52,22 +52,6 @@ int slot_number(const std::string& name) {
     return value;
 }
 
-// PCIe link speeds as lspci prints them, to the generation (1 to 6); 0 for "unknown".
-bool link_generation(const std::string& speed, unsigned* gen) {
-    static const struct {
-        const char* text;
-        unsigned gen;
-    } speeds[] = {{"2.5GT/s", 1}, {"5GT/s", 2},  {"8GT/s", 3},   {"16GT/s", 4},
-                  {"32GT/s", 5},  {"64GT/s", 6}, {"unknown", 0}, {"Unknown", 0}};
-    for (const auto& s : speeds) {
-        if (speed == s.text) {
-            *gen = s.gen;
-            return true;
-        }
-    }
-    return false;
-}
-
 // The text after `key` up to the next comma (or the end), trimmed.
 bool field_after(const std::string& s, const char* key, std::string* out) {
     size_t p = s.find(key);
@@ -230,7 +214,7 @@ private:
             if (!field_after(t, "Speed ", &speed) || !field_after(t, "Width x", &width))
                 throw input_error(file_, l.number, "a link capability without speed and width: '" + t + "'");
             unsigned gen = 0, lanes = 0;
-            if (!link_generation(speed, &gen))
+            if (!text::link_generation(speed, &gen))
                 throw input_error(file_, l.number, "an unknown link speed '" + speed + "'");
             if (!text::decimal_text(width, &lanes) || lanes > 32)
                 throw input_error(file_, l.number,

@@ -122,6 +122,17 @@ public:
                                       std::to_string(f.address.bus));
             }
             bridges_.push_back(&f);
+            // Each bus of the window gets the narrowest window holding it (on a tie, the one
+            // that starts higher): a table per segment makes every parent lookup constant.
+            std::vector<const pci_function*>& table = below_[f.address.segment];
+            if (table.empty()) table.assign(256, nullptr);
+            for (unsigned bus = f.secondary; bus <= f.subordinate; ++bus) {
+                const pci_function* best = table[bus];
+                if (!best || f.subordinate - f.secondary < best->subordinate - best->secondary ||
+                    (f.subordinate - f.secondary == best->subordinate - best->secondary &&
+                     f.secondary > best->secondary))
+                    table[bus] = &f;
+            }
         }
     }
 
@@ -129,15 +140,8 @@ public:
 
     // The bridge right above a bus: the one with the narrowest window holding it.
     const pci_function* parent(uint32_t segment, unsigned bus) const {
-        const pci_function* best = nullptr;
-        for (const pci_function* b : bridges_) {
-            if (b->address.segment != segment || bus < b->secondary || bus > b->subordinate) continue;
-            if (!best || b->subordinate - b->secondary < best->subordinate - best->secondary ||
-                (b->subordinate - b->secondary == best->subordinate - best->secondary &&
-                 b->secondary > best->secondary))
-                best = b;
-        }
-        return best;
+        auto it = below_.find(segment);
+        return it == below_.end() ? nullptr : it->second[bus & 0xff];
     }
 
     // The bridges above a function, nearest first (a window always holds a higher bus than
@@ -160,6 +164,58 @@ public:
 
 private:
     std::vector<const pci_function*> bridges_;
+    std::map<uint32_t, std::vector<const pci_function*>> below_;  // segment: bus -> bridge above
+};
+
+// The SMBIOS records by what a function is matched with; the first record wins where
+// several give the same address or ID, as BIOSes do.
+class smbios_index {
+public:
+    static const size_t none = static_cast<size_t>(-1);
+
+    explicit smbios_index(const smbios_info* smbios) {
+        if (!smbios) return;
+        for (size_t i = 0; i < smbios->slots.size(); ++i) {
+            const smbios_slot& s = smbios->slots[i];
+            if (s.valid_address) {
+                by_address_.emplace(s.address, i);
+                by_device_.emplace(device_of(s.address), i);
+            }
+            if (s.id >= 0) by_id_.emplace(s.id, i);
+        }
+        for (const onboard_device& d : smbios->onboard) {
+            onboard_at_.emplace(d.address, &d);
+            onboard_of_device_.emplace(device_of(d.address), &d);
+        }
+    }
+
+    // The slot whose bus address names the device of `a` (any function of it).
+    size_t slot_of_device(const pci_address& a) const { return find(by_device_, device_of(a)); }
+    // The slot whose bus address is exactly `a` (a bridge above a function).
+    size_t slot_at(const pci_address& a) const { return find(by_address_, a); }
+    size_t slot_with_id(int id) const { return find(by_id_, id); }
+    // The onboard device at `a`, else one at another function of its device.
+    const onboard_device* onboard_at(const pci_address& a) const {
+        auto it = onboard_at_.find(a);
+        if (it != onboard_at_.end()) return it->second;
+        auto dev = onboard_of_device_.find(device_of(a));
+        return dev == onboard_of_device_.end() ? nullptr : dev->second;
+    }
+
+private:
+    static pci_address device_of(pci_address a) {
+        a.function = 0;
+        return a;
+    }
+    template <class Map, class Key>
+    static size_t find(const Map& m, const Key& k) {
+        auto it = m.find(k);
+        return it == m.end() ? none : it->second;
+    }
+
+    std::map<pci_address, size_t> by_address_, by_device_;
+    std::map<int, size_t> by_id_;
+    std::map<pci_address, const onboard_device*> onboard_at_, onboard_of_device_;
 };
 
 }  // namespace
@@ -209,6 +265,7 @@ std::vector<pcis_row> build_rows(const std::vector<pci_function>& in, const std:
     std::sort(functions.begin(), functions.end(),
               [](const pci_function& a, const pci_function& b) { return a.address < b.address; });
     topology topo(functions, source);
+    smbios_index index(smbios);
     build_report r;
     r.functions = static_cast<unsigned>(functions.size());
     std::vector<bool> slot_used(smbios ? smbios->slots.size() : 0, false);
@@ -228,31 +285,13 @@ std::vector<pcis_row> build_rows(const std::vector<pci_function>& in, const std:
         // The slot that holds the function: an SMBIOS slot whose bus address names its device or
         // a bridge above it (nearest first); else the slot number the kernel or the nearest slot
         // capability gives, matched to an SMBIOS slot ID when there is one.
-        const smbios_slot* slot = nullptr;
-        size_t slot_index = 0;
-        if (smbios) {
-            for (size_t level = 0; level <= up.size() && !slot; ++level) {
-                for (size_t i = 0; i < smbios->slots.size() && !slot; ++i) {
-                    const smbios_slot& s = smbios->slots[i];
-                    if (!s.valid_address) continue;
-                    bool holds =
-                        level == 0 ? s.address.same_device(f.address) : s.address == up[level - 1]->address;
-                    if (holds) slot = &s, slot_index = i;
-                }
-            }
-        }
+        size_t slot_index = smbios_index::none;
+        for (size_t level = 0; level <= up.size() && slot_index == smbios_index::none; ++level)
+            slot_index = level == 0 ? index.slot_of_device(f.address) : index.slot_at(up[level - 1]->address);
         // An SMBIOS onboard device at the function's address outranks a slot number that a
         // root port's slot capability hands down (boards wire onboard chips to such ports).
-        const onboard_device* named = nullptr;
-        if (smbios && !slot) {
-            for (const onboard_device& d : smbios->onboard) {
-                if (d.address == f.address) {
-                    named = &d;
-                    break;
-                }
-                if (!named && d.address.same_device(f.address)) named = &d;
-            }
-        }
+        const onboard_device* named =
+            slot_index == smbios_index::none ? index.onboard_at(f.address) : nullptr;
         int number = f.physical_slot > 0 && !named ? f.physical_slot : -1;
         for (size_t i = 0; i < up.size() && number <= 0 && !named; ++i) {
             if (up[i]->capability_slot > 0)
@@ -260,11 +299,8 @@ std::vector<pcis_row> build_rows(const std::vector<pci_function>& in, const std:
             else if (up[i]->physical_slot > 0)
                 number = up[i]->physical_slot;
         }
-        if (!slot && smbios && number > 0) {
-            for (size_t i = 0; i < smbios->slots.size() && !slot; ++i) {
-                if (smbios->slots[i].id == number) slot = &smbios->slots[i], slot_index = i;
-            }
-        }
+        if (slot_index == smbios_index::none && number > 0) slot_index = index.slot_with_id(number);
+        const smbios_slot* slot = slot_index == smbios_index::none ? nullptr : &smbios->slots[slot_index];
 
         pcis_row row;
         if (slot) {

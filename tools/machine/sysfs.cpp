@@ -66,19 +66,14 @@ bool decimal_attribute(const std::string& dir, const char* name, unsigned limit,
     return true;
 }
 
-// "2.5 GT/s PCIe", "8.0 GT/s PCIe", "16.0 GT/s PCIe" ... to 1 to 6; "Unknown ..." to 0.
+// "8.0 GT/s PCIe" to the generation; an absent file or "Unknown" to 0.
 unsigned speed_attribute(const std::string& dir) {
     std::string path = dir + "/max_link_speed", value;
-    if (!read_small_file(path, &value) || text::starts_with(value, "Unknown")) return 0;
-    static const struct {
-        const char* prefix;
-        unsigned gen;
-    } speeds[] = {{"2.5 GT/s", 1}, {"5.0 GT/s", 2},  {"5 GT/s", 2},    {"8.0 GT/s", 3},
-                  {"8 GT/s", 3},   {"16.0 GT/s", 4}, {"32.0 GT/s", 5}, {"64.0 GT/s", 6}};
-    for (const auto& s : speeds) {
-        if (text::starts_with(value, s.prefix)) return s.gen;
-    }
-    throw input_error(path, 0, "an unknown link speed '" + value + "'");
+    unsigned gen = 0;
+    if (!read_small_file(path, &value)) return 0;
+    if (!text::link_generation(value, &gen))
+        throw input_error(path, 0, "an unknown link speed '" + value + "'");
+    return gen;
 }
 
 }  // namespace

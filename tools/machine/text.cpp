@@ -170,6 +170,28 @@ bool last_bracketed_ids(const std::string& s, bool pair, uint32_t* first, uint32
     return false;
 }
 
+bool link_generation(const std::string& speed, unsigned* gen) {
+    if (starts_with(speed, "unknown") || starts_with(speed, "Unknown")) {
+        *gen = 0;
+        return true;
+    }
+    size_t n = speed.find_first_not_of("0123456789.");
+    if (n == 0 || n == std::string::npos) return false;
+    std::string number = speed.substr(0, n);
+    if (number.size() > 2 && number.compare(number.size() - 2, 2, ".0") == 0)
+        number.resize(number.size() - 2);
+    size_t unit = speed.find_first_not_of(' ', n);
+    if (unit == std::string::npos || speed.compare(unit, 4, "GT/s") != 0) return false;
+    static const char* const rates[] = {"2.5", "5", "8", "16", "32", "64"};
+    for (unsigned i = 0; i < 6; ++i) {
+        if (number == rates[i]) {
+            *gen = i + 1;
+            return true;
+        }
+    }
+    return false;
+}
+
 std::string valid_utf8(const std::string& s) {
     std::string out;
     out.reserve(s.size());

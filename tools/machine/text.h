@@ -38,6 +38,10 @@ bool parse_address(const std::string& s, pci_address* out, size_t* used, std::st
 // The last "[hhhh:hhhh]" of `s` (lspci -nn ids), or the last "[hhhh]" with `pair` false.
 bool last_bracketed_ids(const std::string& s, bool pair, uint32_t* first, uint32_t* second, size_t* at);
 
+// A PCIe link speed as lspci ("8GT/s") or sysfs ("8.0 GT/s PCIe") prints it, to the
+// generation: 2.5, 5, 8, 16, 32, 64 GT/s give 1 to 6, "unknown" 0; false for any other text.
+bool link_generation(const std::string& speed, unsigned* gen);
+
 // `s` with every byte that does not belong to a well-formed UTF-8 sequence replaced by U+FFFD:
 // BIOS strings may be in any code page, and machine.json is JSON.
 std::string valid_utf8(const std::string& s);
