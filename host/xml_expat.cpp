@@ -18,8 +18,10 @@
 // the document never stands whole in memory. Nodes keep element nodes, text nodes (a CDATA
 // section its own node, other adjacent text and entity expansions merged into one),
 // comments and processing instructions, in document order; the XML declaration and the
-// DOCTYPE make no node. Nodes, their texts and attributes live in blocks of one arena freed
-// with the document, and element and attribute names are stored once per distinct name.
+// DOCTYPE make no node. The document owns one pool: nodes (of variable size: a text holds
+// its bytes, an element its attribute pointers, right after the node), attribute values and
+// names are carved from 64 KiB chunks, and freeing the document frees the chunks, whatever
+// the tree's shape. Element and attribute names are stored once per distinct name.
 // Debian's expat is built with DTD support; its header declares the amplification limits
 // only where XML_DTD is defined.
 #ifndef XML_DTD
@@ -51,19 +53,31 @@ const unsigned kMaxEntities = 256;
 const size_t kReadBlock = 64 * 1024;
 const size_t kArenaBlock = 64 * 1024;
 
-// One node. An element's attributes are a null-terminated array of name and value pairs;
-// the other kinds have a text instead.
+// Nodes are of variable size, all beginning with the same header. A text or a comment
+// keeps its bytes right after the header; a processing instruction has its target and then
+// its data; an element has its name, first child and `length` attribute name and value
+// pointers right after it, so that an element without attributes stores none.
 struct xnode {
     node_kind kind;
-    uint32_t length;   // bytes of `text`
-    const char* name;  // element name, processing-instruction target; null otherwise
-    union {
-        const char* text;    // text, comment, processing-instruction data
-        const char** attrs;  // element
-    };
-    xnode* first_child;
+    uint32_t length;  // bytes of a text, comment or instruction data; an element's attributes
     xnode* next_sibling;
 };
+
+struct xelement : xnode {
+    const char* name;
+    xnode* first_child;
+    const char** attributes() { return reinterpret_cast<const char**>(this + 1); }
+    const char* const* attributes() const { return reinterpret_cast<const char* const*>(this + 1); }
+};
+
+struct xpi : xnode {
+    const char* target;
+};
+
+const char* text_of(const xnode* n) {
+    return n->kind == node_kind::pi ? reinterpret_cast<const char*>(static_cast<const xpi*>(n) + 1)
+                                    : reinterpret_cast<const char*>(n + 1);
+}
 
 // Bump allocator: blocks of kArenaBlock bytes (larger requests get a block of their own),
 // all freed together.
@@ -183,12 +197,17 @@ public:
     static void XMLCALL on_comment(void* self, const XML_Char* data) {
         builder* b = static_cast<builder*>(self);
         b->flush_text();
-        b->add(node_kind::comment, nullptr, data, strlen(data));
+        b->add_text(node_kind::comment, data, strlen(data));
     }
     static void XMLCALL on_pi(void* self, const XML_Char* target, const XML_Char* data) {
         builder* b = static_cast<builder*>(self);
         b->flush_text();
-        b->add(node_kind::pi, b->dom_.names.intern(target), data, strlen(data));
+        size_t length = strlen(data);
+        xpi* n = static_cast<xpi*>(b->link(node_kind::pi, sizeof(xpi) + length + 1, length));
+        n->target = b->dom_.names.intern(target);
+        char* copy = reinterpret_cast<char*>(n + 1);
+        memcpy(copy, data, length);
+        copy[length] = '\0';
     }
     static void XMLCALL on_entity_decl(void* self, const XML_Char*, int, const XML_Char*, int,
                                        const XML_Char*, const XML_Char*, const XML_Char*, const XML_Char*) {
@@ -203,26 +222,15 @@ public:
 
 private:
     struct level {
-        xnode* parent;
+        xelement* parent;
         xnode* last_child;
     };
 
-    // A new last child of the open element; a text (of `length` bytes) is stored right after
-    // the node.
-    xnode* add(node_kind kind, const char* name, const char* text = nullptr, size_t length = 0) {
-        size_t size = sizeof(xnode) + (text ? length + 1 : 0);
+    // Allocates a node of `size` bytes and links it as the open element's last child.
+    xnode* link(node_kind kind, size_t size, size_t length) {
         xnode* n = static_cast<xnode*>(dom_.nodes.allocate(size));
         n->kind = kind;
         n->length = static_cast<uint32_t>(length);
-        n->name = name;
-        n->text = nullptr;
-        if (text) {
-            char* copy = reinterpret_cast<char*>(n + 1);
-            memcpy(copy, text, length);
-            copy[length] = '\0';
-            n->text = copy;
-        }
-        n->first_child = nullptr;
         n->next_sibling = nullptr;
         level& at = open_.back();
         if (at.last_child) {
@@ -234,6 +242,14 @@ private:
         return n;
     }
 
+    // A text or comment node holding `length` bytes of `text`.
+    void add_text(node_kind kind, const char* text, size_t length) {
+        xnode* n = link(kind, sizeof(xnode) + length + 1, length);
+        char* copy = reinterpret_cast<char*>(n + 1);
+        memcpy(copy, text, length);
+        copy[length] = '\0';
+    }
+
     void flush_text() {
         if (text_.empty() && !in_cdata_) return;
         if (text_.size() > UINT32_MAX) {
@@ -242,22 +258,23 @@ private:
             text_.clear();
             return;
         }
-        add(node_kind::text, nullptr, text_.data(), text_.size());
+        add_text(node_kind::text, text_.data(), text_.size());
         text_.clear();
     }
 
     void start(const XML_Char* name, const XML_Char** atts) {
         flush_text();
-        xnode* e = add(node_kind::element, dom_.names.intern(name));
         size_t count = 0;
         while (atts[count]) count += 2;
-        const char** a = static_cast<const char**>(dom_.nodes.allocate((count + 1) * sizeof(const char*)));
+        xelement* e =
+            static_cast<xelement*>(link(node_kind::element, sizeof(xelement) + count * sizeof(const char*), count / 2));
+        e->name = dom_.names.intern(name);
+        e->first_child = nullptr;
+        const char** a = e->attributes();
         for (size_t i = 0; i < count; i += 2) {
             a[i] = dom_.names.intern(atts[i]);
             a[i + 1] = dom_.nodes.copy(atts[i + 1], strlen(atts[i + 1]));
         }
-        a[count] = nullptr;
-        e->attrs = a;
         if (open_.size() == 1) dom_.root = e;
         open_.push_back({e, nullptr});
     }
@@ -269,7 +286,7 @@ private:
 
     dom& dom_;
     XML_Parser parser_;
-    xnode top_{};  // stands for the document: its children are the top-level nodes
+    xelement top_{};  // stands for the document: its children are the top-level nodes
     std::vector<level> open_;
     std::string text_;
     bool in_cdata_ = false;
@@ -300,8 +317,9 @@ const char* node::name() const {
     const xnode* n = to_node(impl_);
     switch (n->kind) {
         case node_kind::element:
+            return static_cast<const xelement*>(n)->name;
         case node_kind::pi:
-            return n->name;
+            return static_cast<const xpi*>(n)->target;
         case node_kind::comment:
             return "comment";
         case node_kind::text:
@@ -314,20 +332,21 @@ const char* node::name() const {
 std::string node::content() const {
     if (!impl_) return std::string();
     const xnode* n = to_node(impl_);
-    if (n->kind != node_kind::element) return std::string(n->text, n->length);
+    if (n->kind != node_kind::element) return std::string(text_of(n), n->length);
     // Concatenated text of every descendant, in document order, walked without recursion.
     std::string out;
     std::vector<const xnode*> pending;
-    for (const xnode* c = n->first_child; c || !pending.empty();) {
+    for (const xnode* c = static_cast<const xelement*>(n)->first_child; c || !pending.empty();) {
         if (!c) {
             c = pending.back()->next_sibling;
             pending.pop_back();
             continue;
         }
-        if (c->kind == node_kind::text) out.append(c->text, c->length);
-        if (c->kind == node_kind::element && c->first_child) {
+        const xnode* below = c->kind == node_kind::element ? static_cast<const xelement*>(c)->first_child : nullptr;
+        if (c->kind == node_kind::text) out.append(text_of(c), c->length);
+        if (below) {
             pending.push_back(c);
-            c = c->first_child;
+            c = below;
         } else {
             c = c->next_sibling;
         }
@@ -335,7 +354,10 @@ std::string node::content() const {
     return out;
 }
 
-node node::first_child() const { return node(impl_ ? to_node(impl_)->first_child : nullptr); }
+node node::first_child() const {
+    const xnode* n = to_node(impl_);
+    return node(n && n->kind == node_kind::element ? static_cast<const xelement*>(n)->first_child : nullptr);
+}
 
 node node::next_sibling() const { return node(impl_ ? to_node(impl_)->next_sibling : nullptr); }
 
@@ -343,7 +365,8 @@ const char* node::attribute(const char* name) const {
     if (!impl_ || !name) return nullptr;
     const xnode* n = to_node(impl_);
     if (n->kind != node_kind::element) return nullptr;
-    for (const char** a = n->attrs; *a; a += 2) {
+    const char* const* a = static_cast<const xelement*>(n)->attributes();
+    for (uint32_t i = 0; i < n->length; ++i, a += 2) {
         if (strcmp(a[0], name) == 0) return a[1];
     }
     return nullptr;

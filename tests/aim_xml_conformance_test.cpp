@@ -4,8 +4,10 @@
 // and nothing outside the document is ever read.
 #include <gtest/gtest.h>
 
+#include <map>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "aim/document.h"
 #include "host/log.h"
@@ -224,6 +226,39 @@ TEST_F(XmlConformance, EntityLimitAndBlockEdges) {
                 EXPECT_EQ(t.expect, configset_name(xml));
             }
         }
+    }
+}
+
+// The pool of a document grows chunk by chunk: thousands of nodes spread over many chunks,
+// texts around the size from which a text gets a chunk of its own, and one larger than a
+// whole chunk, all read back whole and in place.
+TEST_F(XmlConformance, PoolGrowsPastItsFirstChunk) {
+    const size_t big[] = {16 * 1024 - 40, 16 * 1024 - 8, 16 * 1024, 16 * 1024 + 8, 70 * 1024};
+    std::map<std::string, std::string> expected;  // configset name -> its config's ID
+    std::string xml = "<inventories>";
+    for (int i = 0; i < 3000; ++i) {
+        std::string name = "cs" + std::to_string(i);
+        if (i % 600 == 300) name += std::string(big[i / 600], static_cast<char>('a' + i / 600));
+        std::string id = "id" + std::to_string(i);
+        expected[name] = id;
+        xml += "<configset><name>" + name + "</name><!-- c" + std::to_string(i) + " --><config ID=\"" + id +
+               "\" x=\"y\"><name>n</name></config></configset>";
+    }
+    xml += "</inventories>";
+    aim_parser::document doc;
+    std::istringstream in(xml);
+    ASSERT_EQ(aim_parser::parse_ok, doc.parse(in));
+    std::vector<aim_parser::configset*> sets;
+    doc.inventories.get_configset_list(sets);
+    ASSERT_EQ(expected.size(), sets.size());
+    auto want = expected.begin();
+    for (aim_parser::configset* cs : sets) {
+        ASSERT_EQ(want->first, cs->name);
+        std::vector<aim_parser::config*> configs;
+        cs->get_config_list(configs);
+        ASSERT_EQ(1u, configs.size()) << cs->name;
+        EXPECT_EQ(want->second, configs[0]->id);
+        ++want;
     }
 }
 
