@@ -35,9 +35,105 @@ void take_first_text(sysxml::node& first, std::string& field) {
 
 namespace {
 
-// Names are compared often (a setting's walk tries up to a dozen per element); most
-// differ in their first byte, which is tested before calling strcmp.
-bool is(const char* tag, const char* name) { return tag[0] == name[0] && strcmp(tag, name) == 0; }
+// The element names the reader knows. A setting's walk looks at every element below it and
+// each container at every child, so a name is classified once: by its first byte, then by
+// an inline comparison with the few known names that begin with it.
+enum class known {
+    other,
+    name,
+    mri_name,
+    desc,
+    redfish,  // "redfish" or "Redfish"
+    setting,
+    group,
+    config,
+    configset,
+    pfa,
+    segment,
+    bus,
+    device,
+    function,
+    text_data,
+    numeric_data,
+    enumerate_data,
+    boolean_data,
+    instance,
+    value,
+    choice,
+    label,
+};
+
+// True when `s` is the literal `lit`. The comparison stops at the first difference, so it
+// never reads past the end of a shorter `s`.
+template <size_t N>
+bool same(const char* s, const char (&lit)[N]) {
+    for (size_t i = 0; i < N; ++i) {
+        if (s[i] != lit[i]) return false;
+    }
+    return true;
+}
+
+known known_of(const char* s) {
+    switch (s[0]) {
+        case 'n':
+            if (same(s, "name")) return known::name;
+            if (same(s, "numeric_data")) return known::numeric_data;
+            break;
+        case 'm':
+            if (same(s, "mriName")) return known::mri_name;
+            break;
+        case 'd':
+            if (same(s, "desc")) return known::desc;
+            if (same(s, "device")) return known::device;
+            break;
+        case 'r':
+            if (same(s, "redfish")) return known::redfish;
+            break;
+        case 'R':
+            if (same(s, "Redfish")) return known::redfish;
+            break;
+        case 's':
+            if (same(s, "setting")) return known::setting;
+            if (same(s, "segment")) return known::segment;
+            break;
+        case 'g':
+            if (same(s, "group")) return known::group;
+            break;
+        case 'c':
+            if (same(s, "config")) return known::config;
+            if (same(s, "configset")) return known::configset;
+            if (same(s, "choice")) return known::choice;
+            break;
+        case 'p':
+            if (same(s, "pfa")) return known::pfa;
+            break;
+        case 'b':
+            if (same(s, "boolean_data")) return known::boolean_data;
+            if (same(s, "bus")) return known::bus;
+            break;
+        case 'f':
+            if (same(s, "function")) return known::function;
+            break;
+        case 't':
+            if (same(s, "text_data")) return known::text_data;
+            break;
+        case 'e':
+            if (same(s, "enumerate_data")) return known::enumerate_data;
+            break;
+        case 'i':
+            if (same(s, "instance")) return known::instance;
+            break;
+        case 'v':
+            if (same(s, "value")) return known::value;
+            break;
+        case 'l':
+            if (same(s, "label")) return known::label;
+            break;
+        default:
+            break;
+    }
+    return known::other;
+}
 
 // The walk inside a setting keeps its pending nodes here: one entry per level, the next
 // node to visit there and its depth. A config's settings share one stack.
@@ -57,7 +153,7 @@ uint32_t parse_setting(setting_node& s, sysxml::node& n, walk_stack& stack);
 uint32_t parse_group(group& g, sysxml::node& n, uint32_t level, walk_stack& stack) {
     g.clear_setting_nodes();
     g.clear_groups();
-    if (!n.is_element() || !*n.name() || !is(n.name(), "group")) {
+    if (!n.is_element() || !*n.name() || !same(n.name(), "group")) {
         kora_log::logErr("NOT group node");
         return parse_bad_group;
     }
@@ -67,13 +163,14 @@ uint32_t parse_group(group& g, sysxml::node& n, uint32_t level, walk_stack& stac
     for (sysxml::node c = n.first_child(); c; c = c.next_sibling()) {
         if (c.is_text()) continue;
         const char* tag = c.name();
-        if (is(tag, "name")) {
+        const known k = known_of(tag);
+        if (k == known::name) {
             take_text(c, g.name);
-        } else if (is(tag, "redfish") || is(tag, "Redfish")) {
+        } else if (k == known::redfish) {
             take_text(c, g.redfish);
-        } else if (is(tag, "mriName")) {
+        } else if (k == known::mri_name) {
             take_text(c, g.mri_name);
-        } else if (is(tag, "setting")) {
+        } else if (k == known::setting) {
             // Default-initialised: every member has its initialiser, and `new setting_node()`
             // would first zero the whole object.
             auto* s = new setting_node;
@@ -84,7 +181,7 @@ uint32_t parse_group(group& g, sysxml::node& n, uint32_t level, walk_stack& stac
                 return parse_ok;
             }
             g.add_setting_node(s);
-        } else if (is(tag, "group")) {
+        } else if (k == known::group) {
             if (level >= max_group_depth) {
                 kora_log::logErr("AIM Doc: group %s nests groups deeper than %u levels", g.name.c_str(),
                                  static_cast<unsigned>(max_group_depth));
@@ -110,7 +207,7 @@ uint32_t parse_group(group& g, sysxml::node& n, uint32_t level, walk_stack& stac
 
 // The whole of setting_node::parse, walking the subtree with `stack` (left empty).
 uint32_t parse_setting(setting_node& s, sysxml::node& n, walk_stack& stack) {
-    if (!n.is_element() || !is(n.name(), "setting")) {
+    if (!n.is_element() || !same(n.name(), "setting")) {
         kora_log::logErr("AIM Doc: NOT element node or setting_node::TAG");
         return parse_bad_setting;
     }
@@ -153,33 +250,34 @@ uint32_t parse_setting(setting_node& s, sysxml::node& n, walk_stack& stack) {
 
 bool setting_parser::operator()(sysxml::node& c, sysxml::node& first, unsigned /*depth*/) {
     const char* tag = c.name();
-    if (is(tag, "name")) {
+    const known k = known_of(tag);
+    if (k == known::name) {
         take_first_text(first, node->name);
-    } else if (is(tag, "mriName")) {
+    } else if (k == known::mri_name) {
         take_first_text(first, node->mri_name);
-    } else if (is(tag, "desc")) {
+    } else if (k == known::desc) {
         take_first_text(first, node->desc);
-    } else if (is(tag, "redfish") || is(tag, "Redfish")) {
+    } else if (k == known::redfish) {
         take_first_text(first, node->redfish);
-    } else if (is(tag, "text_data")) {
+    } else if (k == known::text_data) {
         in_enumerate = false;
         if (first) node->type = setting_node::text_data;
-    } else if (is(tag, "numeric_data")) {
+    } else if (k == known::numeric_data) {
         in_enumerate = false;
         if (first) node->type = setting_node::numeric_data;
-    } else if (is(tag, "enumerate_data")) {
+    } else if (k == known::enumerate_data) {
         in_enumerate = true;
         instance_seen = false;
         if (first) node->type = setting_node::enumerate_data;
-    } else if (is(tag, "boolean_data")) {
+    } else if (k == known::boolean_data) {
         in_enumerate = false;
         if (first) node->type = setting_node::boolean_data;
-    } else if (is(tag, "instance") && in_enumerate) {
+    } else if (k == known::instance && in_enumerate) {
         instance_seen = true;
-    } else if (is(tag, "value") || is(tag, "instance")) {
+    } else if (k == known::value || k == known::instance) {
         // Inside an enumeration only the values before its first instance count.
         if (!(in_enumerate && instance_seen)) take_first_text(first, node->value);
-    } else if ((is(tag, "choice") || is(tag, "label")) && in_enumerate) {
+    } else if ((k == known::choice || k == known::label) && in_enumerate) {
         // Choices and labels of an enumeration are accepted and not stored.
     } else {
         status = parse_bad_setting;
@@ -209,13 +307,14 @@ uint32_t config::parse_pfa(sysxml::node& n) {
     for (sysxml::node c = n.first_child(); c; c = c.next_sibling()) {
         if (c.is_text()) continue;
         const char* tag = c.name();
-        if (is(tag, "segment")) {
+        const known k = known_of(tag);
+        if (k == known::segment) {
             take_text(c, segment);
-        } else if (is(tag, "bus")) {
+        } else if (k == known::bus) {
             take_text(c, bus);
-        } else if (is(tag, "device")) {
+        } else if (k == known::device) {
             take_text(c, device);
-        } else if (is(tag, "function")) {
+        } else if (k == known::function) {
             take_text(c, function);
         } else {
             kora_log::logErr("AIM Doc: unknown pfa field");
@@ -227,7 +326,7 @@ uint32_t config::parse_pfa(sysxml::node& n) {
 
 uint32_t config::parse(sysxml::node& n) {
     clear_groups();
-    if (!n.is_element() || !is(n.name(), "config")) {
+    if (!n.is_element() || !same(n.name(), "config")) {
         kora_log::logErr("AIM Doc: node is not config");
         return parse_bad_config;
     }
@@ -245,20 +344,21 @@ uint32_t config::parse(sysxml::node& n) {
     for (sysxml::node c = n.first_child(); c; c = c.next_sibling()) {
         if (c.is_text()) continue;
         const char* tag = c.name();
-        if (is(tag, "name")) {
+        const known k = known_of(tag);
+        if (k == known::name) {
             take_text(c, name);
-        } else if (is(tag, "mriName")) {
+        } else if (k == known::mri_name) {
             take_text(c, mri_name);
-        } else if (is(tag, "desc")) {
+        } else if (k == known::desc) {
             take_text(c, desc);
-        } else if (is(tag, "redfish") || is(tag, "Redfish")) {
+        } else if (k == known::redfish) {
             take_text(c, redfish);
-        } else if (is(tag, "pfa")) {
+        } else if (k == known::pfa) {
             if (parse_pfa(c) != parse_ok) {
                 kora_log::logErr("AIM Doc: config %s parse failed", id.c_str());
                 return parse_ok;
             }
-        } else if (is(tag, "group")) {
+        } else if (k == known::group) {
             auto* g = new group;
             g->depth = depth + 1;
             if (parse_group(*g, c, 1, stack) != parse_ok) {
@@ -282,15 +382,16 @@ uint32_t config::parse(sysxml::node& n) {
 
 uint32_t configset::parse(sysxml::node& n) {
     clear_configs();
-    if (!n.is_element() || !is(n.name(), "configset")) return parse_bad_configset;
+    if (!n.is_element() || !same(n.name(), "configset")) return parse_bad_configset;
     for (sysxml::node c = n.first_child(); c; c = c.next_sibling()) {
         if (c.is_text()) continue;
         const char* tag = c.name();
-        if (is(tag, "name")) {
+        const known k = known_of(tag);
+        if (k == known::name) {
             take_text(c, name);
-        } else if (is(tag, "mriName")) {
+        } else if (k == known::mri_name) {
             take_text(c, mri_name);
-        } else if (is(tag, "config")) {
+        } else if (k == known::config) {
             auto* cfg = new config;
             cfg->depth = depth + 1;
             if (cfg->parse(c) != parse_ok) {
@@ -305,11 +406,12 @@ uint32_t configset::parse(sysxml::node& n) {
 
 uint32_t inventories::parse(sysxml::node& root) {
     clear_configsets();
-    if (!root.is_element() || !is(root.name(), "inventories")) return parse_bad_root;
+    if (!root.is_element() || !same(root.name(), "inventories")) return parse_bad_root;
     for (sysxml::node c = root.first_child(); c; c = c.next_sibling()) {
         if (c.is_text()) continue;
         const char* tag = c.name();
-        if (is(tag, "configset")) {
+        const known k = known_of(tag);
+        if (k == known::configset) {
             auto* cs = new configset;
             cs->depth = depth + 1;
             if (cs->parse(c) != parse_ok) {
@@ -317,7 +419,7 @@ uint32_t inventories::parse(sysxml::node& root) {
                 return parse_ok;
             }
             add_configset(cs);
-        } else if (is(tag, "config")) {
+        } else if (k == known::config) {
             auto* cfg = new config;
             cfg->depth = depth + 1;
             if (cfg->parse(c) != parse_ok) {

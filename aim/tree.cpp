@@ -31,13 +31,19 @@ std::string key_of(const char* name) {
 // The family of container operations, shared by every parent/child pair. A multimap
 // inserts a new element after the existing ones of an equal key, so equal names stay in
 // insertion order.
+//
+// Children often arrive in key order (numbered ports, sorted settings), so the insert first
+// tries the end: one comparison with the last key when the new key is not smaller, the
+// usual descent otherwise; either way equal keys keep their insertion order.
 template <class T>
 void add_child(std::multimap<std::string, T*>& m, T* child) {
-    if (child) m.emplace(child->name, child);
+    if (child) m.emplace_hint(m.end(), child->name, child);
 }
 
 // A container this small (a group's settings, a config's groups) is searched in key order
-// without building a key string; a larger one through the tree.
+// without building a key string: keys of another first byte or length are passed over
+// without comparing them, and the search ends at the first key that sorts after the name's
+// first byte. A larger container is searched through the tree.
 const size_t small_container = 16;
 
 template <class T>
@@ -47,13 +53,12 @@ T* first_child(const std::multimap<std::string, T*>& m, const char* name) {
         size_t len = strlen(name);
         const unsigned char first = static_cast<unsigned char>(name[0]);
         for (const auto& kv : m) {
-            // Keys mostly differ in their first byte; an empty key orders first.
-            unsigned char key_first = kv.first.empty() ? 0 : static_cast<unsigned char>(kv.first[0]);
+            const std::string& key = kv.first;
+            // An empty key orders first; its "first byte" is the terminating NUL.
+            unsigned char key_first = static_cast<unsigned char>(key.c_str()[0]);
             if (key_first < first) continue;
             if (key_first > first) break;
-            int order = kv.first.compare(0, std::string::npos, name, len);
-            if (order == 0) return kv.second;
-            if (order > 0) break;
+            if (key.size() == len && memcmp(key.data(), name, len) == 0) return kv.second;
         }
         return nullptr;
     }
