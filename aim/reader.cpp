@@ -216,21 +216,32 @@ uint32_t parse_setting(setting_node& s, sysxml::node& n, walk_stack& stack) {
     s.id = id_attr;
     if (const char* suppress = n.attribute("suppress-if")) s.suppress_if = suppress;
 
-    // Depth first, document order, with an explicit stack: each entry is the next node to
-    // visit at its depth, so the stack holds at most one pending sibling per level.
+    // Depth first, document order, with an explicit stack: on the way down into an
+    // element's children its next sibling (when there is one) is kept with its depth, so the
+    // stack holds at most one pending sibling per level and a leaf costs no stack entry.
     setting_parser p(&s);
     stack.clear();
-    if (sysxml::node first = n.first_child()) stack.emplace_back(first, 0u);
-    while (!stack.empty()) {
-        sysxml::node c = stack.back().first;
-        unsigned d = stack.back().second;
-        stack.pop_back();
-        if (sysxml::node next = c.next_sibling()) stack.emplace_back(next, d);
+    sysxml::node c = n.first_child();
+    unsigned d = 0;
+    for (;;) {
+        if (!c) {
+            if (stack.empty()) break;
+            c = stack.back().first;
+            d = stack.back().second;
+            stack.pop_back();
+        }
+        sysxml::node next = c.next_sibling();
         // Texts, comments and processing instructions have no children and nothing to do.
-        if (!c.is_element()) continue;
-        sysxml::node child = c.first_child();
-        bool descend = p(c, child, d);
-        if (descend && child) stack.emplace_back(child, d + 1);
+        if (c.is_element()) {
+            sysxml::node child = c.first_child();
+            if (p(c, child, d) && child) {
+                if (next) stack.emplace_back(next, d);
+                c = child;
+                ++d;
+                continue;
+            }
+        }
+        c = next;
     }
 
     if (p.status != 0) {
