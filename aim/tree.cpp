@@ -152,10 +152,28 @@ const char* setting_node::map_data_type(setting_data_type t) {
     return "unknow_value";
 }
 
+namespace {
+
+// strtoll(s, nullptr, 0) for the common value: a decimal number without sign, leading zero
+// or blank, of at most 18 digits (which cannot overflow). Anything else goes to strtoll.
+long long to_int64(const std::string& s) {
+    size_t n = s.size();
+    if (n == 0 || n > 18 || s[0] < '1' || s[0] > '9') return strtoll(s.c_str(), nullptr, 0);
+    long long v = 0;
+    for (size_t i = 0; i < n; ++i) {
+        unsigned d = static_cast<unsigned char>(s[i]) - '0';
+        if (d > 9) return strtoll(s.c_str(), nullptr, 0);
+        v = v * 10 + d;
+    }
+    return v;
+}
+
+}  // namespace
+
 long long setting_node::get_int64(long long dflt) const {
     switch (type) {
         case numeric_data:
-            return strtoll(value.c_str(), nullptr, 0);
+            return to_int64(value);
         case boolean_data:
             return value == "true" || value == "1" ? 1 : 0;
         default:

@@ -2,6 +2,7 @@
 #include "ingest/rows.h"
 
 #include <stdio.h>
+#include <string.h>
 
 #include "platform/kora_log.h"
 
@@ -67,9 +68,10 @@ std::string adapter_address_name(const aim_pci_key_unit* key) {
     return name;
 }
 
-bool put_setting(vqm_db_content_values_t* cv, const group* grp, const setting_column& c) {
-    const setting_node* s = grp->get_setting_node(c.label);
-    if (!s) return false;
+namespace {
+
+// Puts the column of `c` from the setting `s` (not null).
+void put_value(vqm_db_content_values_t* cv, const setting_node* s, const setting_column& c) {
     switch (c.kind) {
         case column_kind::text:
             vqm_db_content_put_text(cv, c.column, s->value.c_str());
@@ -81,13 +83,66 @@ bool put_setting(vqm_db_content_values_t* cv, const group* grp, const setting_co
             vqm_db_content_put_uint64(cv, c.column, static_cast<uint64_t>(s->get_int64(0)));
             break;
     }
+}
+
+// A group's settings as one array in key order, for many lookups in a row: a lookup reads
+// the array instead of walking the tree, and compares only keys of the label's length and
+// first byte. Equal keys keep their order, so the first match is the first-added setting.
+class setting_index {
+public:
+    static const size_t capacity = 32;
+    // False when the group has more settings than the array holds.
+    bool fill(const group* grp) {
+        if (grp->settings.size() > capacity) return false;
+        count_ = 0;
+        for (const auto& kv : grp->settings) entries_[count_++] = {&kv.first, kv.second};
+        return true;
+    }
+    const setting_node* find(const char* label) const {
+        size_t len = strlen(label);
+        for (size_t i = 0; i < count_; ++i) {
+            const std::string& key = *entries_[i].key;
+            if (key.size() == len && key[0] == label[0] && memcmp(key.data(), label, len) == 0)
+                return entries_[i].node;
+        }
+        return nullptr;
+    }
+
+private:
+    struct entry {
+        const std::string* key;
+        const setting_node* node;
+    };
+    entry entries_[capacity];
+    size_t count_ = 0;
+};
+
+// Below this many columns the lookups through the tree cost less than building the array.
+const size_t index_from_columns = 4;
+
+}  // namespace
+
+bool put_setting(vqm_db_content_values_t* cv, const group* grp, const setting_column& c) {
+    const setting_node* s = grp->get_setting_node(c.label);
+    if (!s) return false;
+    put_value(cv, s, c);
     return true;
 }
 
 unsigned put_settings(vqm_db_content_values_t* cv, const group* grp, const setting_column* columns,
                       size_t count) {
     unsigned found = 0;
-    for (size_t i = 0; i < count; ++i) found += put_setting(cv, grp, columns[i]) ? 1 : 0;
+    setting_index index;
+    if (count < index_from_columns || !index.fill(grp)) {
+        for (size_t i = 0; i < count; ++i) found += put_setting(cv, grp, columns[i]) ? 1 : 0;
+        return found;
+    }
+    for (size_t i = 0; i < count; ++i) {
+        if (const setting_node* s = index.find(columns[i].label)) {
+            put_value(cv, s, columns[i]);
+            ++found;
+        }
+    }
     return found;
 }
 
