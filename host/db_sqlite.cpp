@@ -86,6 +86,9 @@ struct vqm_db_content_values {
     };
     std::vector<column> slots;
     size_t count = 0;
+    // One bit per hash of the names in use (see name_bit): a put whose bit is clear is of a
+    // column not put yet, found without searching the slots.
+    uint64_t names = 0;
 };
 
 // The rows of a query, read into memory when the query runs, so that a result stays valid
@@ -471,19 +474,31 @@ const value* cell(vqm_db_result_t* r, int column) {
     return &r->cells[static_cast<size_t>(r->current) * r->columns + static_cast<size_t>(column)];
 }
 
+// The bit of a column name of `len` bytes in vqm_db_content_values::names: from its length
+// and its first and last bytes with the ASCII case bit set, so names that differ only in
+// case share their bit.
+uint64_t name_bit(const char* name, size_t len) {
+    unsigned first = static_cast<unsigned char>(name[0]) | 0x20u;
+    unsigned last = static_cast<unsigned char>(name[len - 1]) | 0x20u;
+    return uint64_t(1) << ((len * 7 + first * 3 + last) & 63);
+}
+
 // The slot of `column` in `cv`: the one put before under that name (SQLite column names
-// ignore case, and putting a column again replaces its value), else the next free slot.
-// Null for a bad call.
+// ignore case, and putting a column again replaces its value), else the next free slot,
+// whose name storage is reused. Null for a bad call.
 value* slot(vqm_db_content_values_t* cv, const char* column) {
     if (!cv || !column || !*column) return nullptr;
     size_t len = strlen(column);
-    for (size_t i = 0; i < cv->count; ++i) {
-        vqm_db_content_values::column& c = cv->slots[i];
-        if (c.name.size() == len && strcasecmp(c.name.c_str(), column) == 0) return &c.v;
+    uint64_t bit = name_bit(column, len);
+    if (cv->names & bit) {
+        for (size_t i = 0; i < cv->count; ++i) {
+            vqm_db_content_values::column& c = cv->slots[i];
+            if (c.name.size() == len && strcasecmp(c.name.c_str(), column) == 0) return &c.v;
+        }
     }
+    cv->names |= bit;
     if (cv->count == cv->slots.size()) cv->slots.emplace_back();
     vqm_db_content_values::column& c = cv->slots[cv->count++];
-    // Rows of one shape put the same columns in the same order: the slot often has the name.
     if (c.name.size() != len || memcmp(c.name.data(), column, len) != 0) c.name.assign(column, len);
     return &c.v;
 }
@@ -518,7 +533,9 @@ void vqm_db_close(_vqm_db_handle_t* h) {
 vqm_db_content_values_t* vqm_db_get_content_values(void) { return new vqm_db_content_values_t; }
 void vqm_db_free_content_values(vqm_db_content_values_t* cv) { delete cv; }
 void vqm_db_content_clear(vqm_db_content_values_t* cv) {
-    if (cv) cv->count = 0;
+    if (!cv) return;
+    cv->count = 0;
+    cv->names = 0;
 }
 
 int vqm_db_content_put_text(vqm_db_content_values_t* cv, const char* column, const char* text) {

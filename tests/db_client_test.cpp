@@ -1,6 +1,7 @@
 // The SQLite inventory database client: return conventions, typed values, the
 // one-statement rule, the controller's literal dialect and batching.
 #include <stdint.h>
+#include <string.h>
 
 #include <chrono>
 #include <string>
@@ -146,6 +147,61 @@ TEST_F(DbClient, BatchedWritesAreFastAndKeptByClose) {
                                  rows));
     EXPECT_EQ("20000 wal", rows.at(0)["n"] + " " + rows.at(0)["journal_mode"]);
     vqm_db_close(b);
+}
+
+// One content-values object reused row after row, as the writers do: a column put again
+// (in any case) replaces its value, whatever the names and order of the rows before.
+TEST_F(DbClient, ReusedContentValuesKeepOneSlotPerColumn) {
+    struct put {
+        const char* column;
+        const char* value;
+    };
+    const struct {
+        const char* what;
+        std::vector<std::vector<put>> rows;  // rows put before the one checked, then it
+        std::vector<std::pair<const char*, const char*>> expect;  // the last row's columns
+    } cases[] = {
+        {"same shape twice", {{{"Role", "a"}, {"ProtocolType", "b"}}, {{"Role", "c"}, {"ProtocolType", "d"}}},
+         {{"Role", "c"}, {"ProtocolType", "d"}}},
+        {"order swapped", {{{"Role", "a"}, {"ProtocolType", "b"}}, {{"ProtocolType", "d"}, {"Role", "c"}}},
+         {{"Role", "c"}, {"ProtocolType", "d"}}},
+        {"a repeat in the next row", {{{"Role", "a"}, {"ProtocolType", "b"}}, {{"ProtocolType", "d"}, {"ProtocolType", "e"}}},
+         {{"ProtocolType", "e"}}},
+        {"a repeat where the row before had another column",
+         {{{"Role", "a"}, {"ProtocolType", "b"}, {"iSCSI", "c"}}, {{"iSCSI", "x"}, {"ProtocolType", "y"}, {"ISCSI", "z"}}},
+         {{"iSCSI", "z"}, {"ProtocolType", "y"}}},
+        {"a repeat in another case", {{{"Role", "a"}}, {{"Role", "b"}, {"ROLE", "c"}, {"role", "d"}}},
+         {{"Role", "d"}}},
+        {"a shorter row", {{{"Role", "a"}, {"ProtocolType", "b"}, {"iSCSI", "c"}}, {{"Role", "e"}}}, {{"Role", "e"}}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        ASSERT_EQ(0, vqm_db_delete(db, "PCILogicalPort", nullptr, 0, 0, 0));
+        for (const auto& row : c.rows) {
+            vqm_db_content_clear(cv);
+            for (const put& p : row) ASSERT_EQ(0, vqm_db_content_put_text(cv, p.column, p.value));
+            ASSERT_EQ(0, vqm_db_insert(db, "PCILogicalPort", cv, 0, 0));
+        }
+        const char* cols[] = {"Role", "ProtocolType", "iSCSI"};
+        vqm_db_result_t* r = nullptr;
+        ASSERT_EQ(0, vqm_db_query(db, "PCILogicalPort", cols, 3, nullptr, nullptr, nullptr, nullptr, &r));
+        ASSERT_EQ(c.rows.size(), vqm_db_result_row_count(r));
+        for (size_t i = 0; i < c.rows.size(); ++i) ASSERT_EQ(VQM_DB_ROW, vqm_db_result_step(r));
+        for (int col = 0; col < 3; ++col) {
+            const char* want = nullptr;
+            for (const auto& e : c.expect)
+                if (strcmp(e.first, cols[col]) == 0) want = e.second;
+            char text[16] = "";
+            int rc = vqm_db_result_column_text(r, col, text, sizeof text);
+            if (want) {
+                EXPECT_EQ(0, rc) << cols[col];
+                EXPECT_STREQ(want, text) << cols[col];
+            } else {
+                EXPECT_NE(0, rc) << cols[col] << " is NULL";
+            }
+        }
+        vqm_db_free_result(r);
+    }
 }
 
 }  // namespace
