@@ -8,7 +8,10 @@
 //     installed), each piece between client requests;
 //   - the peak RSS of a child process running one whole parse_aim and of one loading the
 //     file with pugixml (the memory anchor: pugixml's compact DOM);
-//   - operator new calls per config of a whole run and of the reader alone;
+//   - operator new calls per config of a whole run and of the reader alone, and of a whole
+//     run those of the library's own code (none of whose callers is in the host platform's
+//     shared object, the XML DOM and the database client);
+//   - the library's own instructions per config;
 //   - the cost of each step of a run (wipe, filter, reader, walk, after the walk, release of
 //     the tree);
 //   - of a whole run's instructions, the library's own: those outside the XML DOM (the
@@ -24,7 +27,9 @@
 // largest blocks). It does not apply to the child processes.
 //
 // Usage: aim_bench [--sizes 32,256,1024,4096] [--reps N] [--csv FILE] [--no-callgrind] [--keep-heap]
+#include <execinfo.h>
 #include <expat.h>
+#include <link.h>
 #include <sqlite3.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -58,14 +63,67 @@
 #include "ingest/parser.h"
 
 // ---- Allocation counter: every operator new of the process -----------------------------------
+// While `g_attribute` is set, each operator new is also told apart by its call stack: one
+// with a frame inside the host platform's shared object (the XML DOM and the database
+// client) is the platform's, any other the library's own.
 // GCC sees the replacement new's malloc through the inlined calls and flags the matching
 // free as a mismatch.
 #pragma GCC diagnostic ignored "-Wmismatched-new-delete"
 namespace {
 unsigned long long g_news = 0;
+bool g_attribute = false;
+bool g_in_backtrace = false;
+unsigned long long g_library_news = 0;
+struct address_range {
+    uintptr_t begin, end;
+};
+std::vector<address_range> g_platform_ranges;
+
+// The loaded segments of the shared object that holds `symbol`.
+std::vector<address_range> object_ranges(const void* symbol) {
+    struct search {
+        uintptr_t address;
+        std::vector<address_range> ranges;
+    } s{reinterpret_cast<uintptr_t>(symbol), {}};
+    dl_iterate_phdr(
+        [](dl_phdr_info* obj, size_t, void* data) {
+            search* want = static_cast<search*>(data);
+            std::vector<address_range> ranges;
+            bool holds = false;
+            for (int i = 0; i < obj->dlpi_phnum; ++i) {
+                const ElfW(Phdr)& ph = obj->dlpi_phdr[i];
+                if (ph.p_type != PT_LOAD) continue;
+                uintptr_t begin = obj->dlpi_addr + ph.p_vaddr;
+                ranges.push_back({begin, begin + ph.p_memsz});
+                holds = holds || (want->address >= begin && want->address < begin + ph.p_memsz);
+            }
+            if (!holds) return 0;
+            want->ranges = std::move(ranges);
+            return 1;
+        },
+        &s);
+    return s.ranges;
 }
+
+bool in_platform(uintptr_t pc) {
+    for (const address_range& r : g_platform_ranges)
+        if (pc >= r.begin && pc < r.end) return true;
+    return false;
+}
+
+void attribute_allocation() {
+    g_in_backtrace = true;
+    void* frames[24];
+    int n = backtrace(frames, 24);
+    bool platform = false;
+    for (int i = 1; i < n && !platform; ++i) platform = in_platform(reinterpret_cast<uintptr_t>(frames[i]));
+    if (!platform) ++g_library_news;
+    g_in_backtrace = false;
+}
+}  // namespace
 void* operator new(size_t size) {
     ++g_news;
+    if (g_attribute && !g_in_backtrace) attribute_allocation();
     if (void* p = malloc(size ? size : 1)) return p;
     throw std::bad_alloc();
 }
@@ -445,7 +503,7 @@ struct result {
     double dom_ins = 0, client_ins = 0;   // of the whole run: the platform calls
     double step_ms[step_count] = {}, step_ins[step_count] = {};
     double rss_whole_kib = 0, rss_pugixml_kib = 0, rss_base_kib = 0;
-    double news_per_config = 0, reader_news_per_config = 0;
+    double news_per_config = 0, reader_news_per_config = 0, library_news_per_config = -1;
     double whole_faults = 0, bound_faults = 0, step_faults[step_count] = {};
 };
 
@@ -466,6 +524,14 @@ bool measure(unsigned configs, int reps, bool callgrind, const std::string& self
         body();
         if (step == 2) r.reader_news_per_config = double(g_news - at) / configs;
     });
+    g_platform_ranges = object_ranges(reinterpret_cast<const void*>(&vqm_db_insert));
+    if (!g_platform_ranges.empty()) {
+        g_library_news = 0;
+        g_attribute = true;
+        parse_aim(db, aim_path);
+        g_attribute = false;
+        r.library_news_per_config = double(g_library_news) / configs;
+    }
 
     lower_bound bound;
     if (!bound.open(root, configs, r.rows)) return false;
@@ -576,26 +642,28 @@ void print_tables(const std::vector<result>& rs, FILE* out) {
     fprintf(out,
             "\nInstructions (callgrind); the library's own are those outside the XML DOM (expat included) "
             "and the database client (SQLite included):\n\n"
-            "| Configs | Whole run | Lower bound | Ratio | T(N)/T(N/4) | Library's own | XML DOM | Database "
-            "client |\n|---|---|---|---|---|---|---|---|\n");
+            "| Configs | Whole run | Lower bound | Ratio | T(N)/T(N/4) | Library's own | Library's own per config | "
+            "XML DOM | Database client |\n|---|---|---|---|---|---|---|---|---|\n");
     for (const result& r : rs) {
         const result* q = quarter(rs, r);
         auto mega = [](double v) { return v > 0 ? fmt(v / 1e6, 0, "M") : std::string("-"); };
         double own = r.whole_ins > 0 && r.dom_ins > 0 ? r.whole_ins - r.dom_ins - r.client_ins : 0;
-        fprintf(out, "| %u | %s | %s | %s | %s | %s | %s | %s |\n", r.configs, mega(r.whole_ins).c_str(),
+        fprintf(out, "| %u | %s | %s | %s | %s | %s | %s | %s | %s |\n", r.configs, mega(r.whole_ins).c_str(),
                 mega(r.bound_ins).c_str(), ratio(r.whole_ins, r.bound_ins).c_str(),
                 q ? ratio(r.whole_ins, q->whole_ins).c_str() : "-", mega(own).c_str(),
-                mega(r.dom_ins).c_str(), mega(r.client_ins).c_str());
+                own > 0 ? fmt(own / r.configs, 0).c_str() : "-", mega(r.dom_ins).c_str(),
+                mega(r.client_ins).c_str());
     }
     fprintf(out,
             "\nMemory: peak RSS of a process running one whole run, and of one loading the file with pugixml "
             "(the anchor):\n\n"
             "| Configs | Peak RSS run | Peak RSS pugixml | RSS ratio | Allocations per config (reader) "
-            "|\n|---|---|---|---|---|\n");
+            "| Library's own allocations per config |\n|---|---|---|---|---|---|\n");
     for (const result& r : rs) {
-        fprintf(out, "| %u | %.1f MiB | %.1f MiB | %s | %.1f (%.1f) |\n", r.configs, r.rss_whole_kib / 1024,
+        fprintf(out, "| %u | %.1f MiB | %.1f MiB | %s | %.1f (%.1f) | %s |\n", r.configs, r.rss_whole_kib / 1024,
                 r.rss_pugixml_kib / 1024, ratio(r.rss_whole_kib, r.rss_pugixml_kib).c_str(),
-                r.news_per_config, r.reader_news_per_config);
+                r.news_per_config, r.reader_news_per_config,
+                r.library_news_per_config >= 0 ? fmt(r.library_news_per_config, 1).c_str() : "-");
     }
     fprintf(
         out,
@@ -623,15 +691,16 @@ void write_csv(const std::vector<result>& rs, const std::string& path, bool heap
         f,
         "configs,rows,whole_cpu_ms,bound_cpu_ms,whole_instr,bound_instr,dom_instr,client_instr,rss_run_kib,"
         "rss_pugixml_kib,"
-        "rss_process_base_kib,news_per_config,reader_news_per_config");
+        "rss_process_base_kib,news_per_config,reader_news_per_config,library_news_per_config");
     for (const char* s : step_names) fprintf(f, ",%s_cpu_ms,%s_instr", s, s);
     fprintf(f, ",whole_page_faults,bound_page_faults");
     for (const char* s : step_names) fprintf(f, ",%s_page_faults", s);
     fprintf(f, ",heap_kept\n");
     for (const result& r : rs) {
-        fprintf(f, "%u,%ld,%.3f,%.3f,%.0f,%.0f,%.0f,%.0f,%.0f,%.0f,%.0f,%.2f,%.2f", r.configs, r.rows,
+        fprintf(f, "%u,%ld,%.3f,%.3f,%.0f,%.0f,%.0f,%.0f,%.0f,%.0f,%.0f,%.2f,%.2f,%.2f", r.configs, r.rows,
                 r.whole_ms, r.bound_ms, r.whole_ins, r.bound_ins, r.dom_ins, r.client_ins, r.rss_whole_kib,
-                r.rss_pugixml_kib, r.rss_base_kib, r.news_per_config, r.reader_news_per_config);
+                r.rss_pugixml_kib, r.rss_base_kib, r.news_per_config, r.reader_news_per_config,
+                r.library_news_per_config);
         for (int s = 0; s < step_count; ++s) fprintf(f, ",%.3f,%.0f", r.step_ms[s], r.step_ins[s]);
         fprintf(f, ",%.0f,%.0f", r.whole_faults, r.bound_faults);
         for (int s = 0; s < step_count; ++s) fprintf(f, ",%.0f", r.step_faults[s]);
