@@ -7,16 +7,31 @@
 #include <stdint.h>
 
 #include <array>
-#include <map>
-#include <set>
+#include <functional>
 #include <string>
 #include <utility>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "ingest/parser.h"
 
 namespace aim_parser {
+
+// Hashes of the index's keys: arrays of integers, and an integer with its texts. Every
+// lookup costs the same whatever the number of configs.
+struct walk_key_hash {
+    template <class T, size_t N>
+    size_t operator()(const std::array<T, N>& a) const {
+        size_t h = 0;
+        for (const T& v : a) h = h * 1000003u ^ std::hash<T>()(v);
+        return h;
+    }
+    template <size_t N>
+    size_t operator()(const std::pair<int64_t, std::array<std::string, N>>& row) const {
+        return std::hash<int64_t>()(row.first) * 1000003u ^ (*this)(row.second);
+    }
+};
 
 struct walk_index {
     typedef std::array<std::string, 5> firmware_texts;
@@ -35,22 +50,22 @@ struct walk_index {
 
     // Integer addresses of the "PCIAdapter" rows.
     bool adapters_loaded = false;
-    std::set<std::array<int64_t, 4>> adapters;
+    std::unordered_set<std::array<int64_t, 4>, walk_key_hash> adapters;
 
     // "HardwareId" and the identity texts ("Classification", "SoftwareID", "VersionString",
     // "ReleaseDate", "Manufacture") of the "Firmwares" rows that hold all six.
     bool firmwares_loaded = false;
-    std::set<std::pair<int64_t, firmware_texts>> firmwares;
+    std::unordered_set<std::pair<int64_t, firmware_texts>, walk_key_hash> firmwares;
 
     // Integer "PCIFuncKey" values of the "PCIPhysicalPortStat" rows.
     bool port_stats_loaded = false;
-    std::set<int64_t> port_stats;
+    std::unordered_set<int64_t> port_stats;
 
     // Positions of the parser's PLDM records by ("PCIKey", "SubDeviceId", "PCIFuncKey"), in
     // list order. The walk appends a record per adapter and every firmware group of a
     // config looks its records up, so searching the whole list would cost the walk time
     // quadratic in the number of configs. Records [0, pldm_indexed) are in the index.
-    std::map<std::array<uint32_t, 3>, std::vector<uint32_t>> pldm_records;
+    std::unordered_map<std::array<uint32_t, 3>, std::vector<uint32_t>, walk_key_hash> pldm_records;
     size_t pldm_indexed = 0;
 };
 
