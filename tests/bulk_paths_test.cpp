@@ -36,16 +36,26 @@ TEST(BulkPaths, AStreamThatNeverSaysItsSizeIsReadWhole) {
     EXPECT_TRUE(in.good()) << "reading leaves the stream's state alone";
 }
 
-// Files of a few buffers' size with non-printable bytes alone, in runs and at the edges of
-// the 32-byte blocks and of the 64 KB buffer, against the byte-by-byte rule.
+// Files of a few buffers' size with non-printable bytes alone, in runs, at the edges of the
+// 16-byte lanes, of the 64-byte blocks and of the 64 KB buffer, and every byte value in
+// every lane of a block, against the byte-by-byte rule.
 class BulkFilter : public testutil::IngestTest {};
 
 TEST_F(BulkFilter, KeepsThePrintableBytesWhereverTheOthersFall) {
     const size_t buffer = 64 * 1024;
-    std::string printable(3 * buffer + 17, 'x'), edges = printable, mixed;
-    for (size_t at : {size_t(0), size_t(31), size_t(32), size_t(63), buffer - 1, buffer, buffer + 32,
-                      2 * buffer - 1, edges.size() - 1})
+    std::string printable(3 * buffer + 17, 'x'), edges = printable, mixed, values;
+    for (size_t at : {size_t(0), size_t(15), size_t(16), size_t(31), size_t(32), size_t(63), size_t(64),
+                      size_t(127), size_t(128), buffer - 1, buffer, buffer + 32, buffer + 64, 2 * buffer - 1,
+                      edges.size() - 1})
         edges[at] = '\n';
+    for (unsigned v = 0; v < 256; ++v) {
+        // A line feed starts a run, so the run's first 64-byte block holds byte v at lane v % 64
+        // among printable bytes only.
+        std::string block(128, 'y');
+        block[0] = '\n';
+        block[1 + v % 64] = static_cast<char>(v);
+        values += block;
+    }
     uint32_t seed = 12345;
     for (size_t i = 0; i < 3 * buffer; ++i) {  // mostly printable, with single bytes and runs of the others
         seed = seed * 1103515245u + 12345u;
@@ -53,7 +63,7 @@ TEST_F(BulkFilter, KeepsThePrintableBytesWhereverTheOthersFall) {
         mixed += (r < 230) ? (char)(0x20 + r % 95) : (char)(r % 2 ? '\r' : 0x80 + r % 0x80);
     }
     aim_parser::parser p;
-    for (const std::string& in : {printable, edges, mixed}) {
+    for (const std::string& in : {printable, edges, mixed, values}) {
         write_sysroot_file("/tmp/in.bin", in);
         ASSERT_TRUE(p.filter_xml("/tmp/in.bin", "/tmp/out.bin"));
         std::string expected;
