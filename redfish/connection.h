@@ -1,6 +1,6 @@
 // One client connection of the Redfish server (internal to redfish/http.cpp): a template over
-// the stream, so that the in-memory stream of answer_connection() runs exactly the code that a
-// socket runs. Its handlers run on its event loop's thread; it lives for as long as an
+// the stream (a socket, a TLS stream over one, or the in-memory stream of
+// answer_connection(), which so runs exactly the code that a socket runs). Its handlers run on its event loop's thread; it lives for as long as an
 // operation of it is pending. The watchdog closes connections whose deadline has passed.
 #pragma once
 
@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <atomic>
 #include <boost/asio.hpp>
+#include <boost/asio/ssl.hpp>
 #include <boost/beast/_experimental/test/stream.hpp>
 #include <boost/beast/core.hpp>
 #include <boost/beast/http.hpp>
@@ -18,6 +19,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -57,6 +59,17 @@ inline void close_sending(tcp::socket& s) {
 }
 inline void close_stream(beast::test::stream& s) { s.close(); }
 inline void close_sending(beast::test::stream&) {}
+// Closing a TLS connection here closes its socket at once (a timeout, an error); the end
+// after an answer says so in TLS first (connection::finish).
+using tls_stream = net::ssl::stream<tcp::socket>;
+inline void close_stream(tls_stream& s) { close_stream(s.next_layer()); }
+inline void close_sending(tls_stream& s) { close_sending(s.next_layer()); }
+
+// True for a stream that begins with a TLS handshake.
+template <class Stream>
+struct is_tls : std::false_type {};
+template <>
+struct is_tls<tls_stream> : std::true_type {};
 
 // ---- Deadlines -------------------------------------------------------------------------------
 
@@ -125,7 +138,18 @@ public:
 
     void start() {
         if (dog_) watch_ = dog_->add(this->shared_from_this());
-        wait_for_request();
+        if constexpr (is_tls<Stream>::value) {
+            // The handshake has the header's time: a client that never completes it (a plain
+            // HTTP request on the TLS port, say) is closed without an answer.
+            arm(kHeaderTime);
+            stream_.async_handshake(net::ssl::stream_base::server, [self = shared_from_this()](error_code ec) {
+                if (self->closed_) return;
+                if (ec) return self->close();
+                self->wait_for_request();
+            });
+        } else {
+            wait_for_request();
+        }
     }
 
     void expire() override {
@@ -148,6 +172,18 @@ private:
         closed_ = true;
         deadline.store(INT64_MAX, std::memory_order_relaxed);
         close_stream(stream_);
+    }
+
+    // Ends the connection after an answer. TLS first says so (close_notify), so that a client
+    // reading to the end of the stream sees a clean end, and waits briefly for the client's
+    // own; the watchdog closes a client that never answers.
+    void finish() {
+        if constexpr (is_tls<Stream>::value) {
+            arm(kLingerTime);
+            stream_.async_shutdown([self = shared_from_this()](error_code) { self->close(); });
+        } else {
+            close();
+        }
     }
 
     // Idle: waits for the first byte of the next request (pipelined bytes count at once).
@@ -261,7 +297,7 @@ private:
             self->reply_ = reply();
             if (next == after::keep) return self->wait_for_request();
             if (next == after::linger) return self->linger();
-            self->close();
+            self->finish();
         });
     }
 
@@ -269,6 +305,8 @@ private:
     // what the client still sends for a short while, so that the client reads the answer
     // before the connection closes.
     void linger() {
+        // TLS's closing exchange reads (and drops) what the client still sends, too.
+        if constexpr (is_tls<Stream>::value) return finish();
         if (lingered_ == 0) {
             close_sending(stream_);
             arm(kLingerTime);

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <atomic>
 #include <boost/asio.hpp>
+#include <boost/asio/ssl.hpp>
 #include <memory>
 #include <string>
 #include <thread>
@@ -66,7 +67,13 @@ struct http_server::impl {
                 socket.close(ignored);
             } else {
                 socket.set_option(tcp::no_delay(true), ignored);
-                std::make_shared<connection<tcp::socket>>(std::move(socket), cache, open, &dog)->start();
+                if (tls_context) {
+                    std::make_shared<connection<tls_stream>>(tls_stream(std::move(socket), *tls_context), cache,
+                                                             open, &dog)
+                        ->start();
+                } else {
+                    std::make_shared<connection<tcp::socket>>(std::move(socket), cache, open, &dog)->start();
+                }
             }
             accept();
         });
@@ -82,6 +89,7 @@ struct http_server::impl {
     }
 
     resource_cache cache;
+    std::unique_ptr<net::ssl::context> tls_context;  // null: plain HTTP
     std::atomic<size_t> open{0};
     watchdog dog;
     size_t file_limit = 0, max_connections = kMaxConnections;
@@ -104,6 +112,46 @@ http_server::~http_server() = default;
 
 size_t http_server::max_connections() const { return p_->max_connections; }
 size_t http_server::open_file_limit() const { return p_->file_limit; }
+
+bool http_server::use_tls(const std::string& cert_file, const std::string& key_file, std::string& error) {
+    auto context = std::make_unique<net::ssl::context>(net::ssl::context::tls_server);
+    SSL_CTX* ctx = context->native_handle();
+    SSL_CTX_set_min_proto_version(ctx, TLS1_2_VERSION);
+    context->set_options(net::ssl::context::default_workarounds | net::ssl::context::single_dh_use |
+                         net::ssl::context::no_compression);
+    for (const std::string* file : {&cert_file, &key_file}) {
+        if (FILE* f = fopen(file->c_str(), "rb")) {
+            fclose(f);
+        } else {
+            error = "cannot read '" + *file + "'";
+            return false;
+        }
+    }
+    const std::string mismatch = "the private key '" + key_file + "' does not belong to the certificate '" +
+                                 cert_file + "'";
+    error_code ec;
+    context->use_certificate_chain_file(cert_file, ec);
+    if (ec) {
+        error = "'" + cert_file + "' holds no PEM certificate that can be used (" + ec.message() + ")";
+        return false;
+    }
+    context->use_private_key_file(key_file, net::ssl::context::pem, ec);
+    if (ec) {
+        bool other_key = ec.category() == net::error::get_ssl_category() &&
+                         ERR_GET_REASON(static_cast<unsigned long>(ec.value())) == X509_R_KEY_VALUES_MISMATCH;
+        error = other_key ? mismatch
+                          : "'" + key_file + "' holds no PEM private key that can be used (" + ec.message() + ")";
+        return false;
+    }
+    if (SSL_CTX_check_private_key(ctx) != 1) {
+        error = mismatch;
+        return false;
+    }
+    p_->tls_context = std::move(context);
+    return true;
+}
+
+bool http_server::tls() const { return p_->tls_context != nullptr; }
 
 int http_server::bind(const std::string& address, int port) {
     error_code ec;

@@ -1,4 +1,4 @@
-// The Redfish service and inventory page over HTTP/1.1: GET and HEAD of every resource of
+// The Redfish service and inventory page over HTTP/1.1 (or HTTPS: use_tls()): GET and HEAD of every resource of
 // redfish/service.h, "/" the inventory page. Read-only: any other method is answered 405 with
 // "Allow: GET, HEAD".
 //
@@ -36,6 +36,11 @@ public:
     http_server(const http_server&) = delete;
     http_server& operator=(const http_server&) = delete;
 
+    // Serves HTTPS (TLS 1.2 and 1.3 only) with the certificate chain and private key of the
+    // PEM files `cert_file` and `key_file`; false, with the reason in `error`, when they cannot
+    // be read or do not belong together. Called before run().
+    bool use_tls(const std::string& cert_file, const std::string& key_file, std::string& error);
+    bool tls() const;
     // Binds `address`:`port` (port 0: a free port); the port bound, or -1.
     int bind(const std::string& address, int port);
     // How many connections are served at once, and the open-file limit that sets it.

@@ -8,12 +8,12 @@
 #   web   also Debian's Chromium (make test-web)
 #   http-bench  also nginx, wrk and curl (make bench-http)
 set -euo pipefail
-# (pugixml only for the benchmark's memory anchor; Boost (Beast, Asio) and libcrypt for aimctl serve;
+# (pugixml only for the benchmark's memory anchor; Boost (Beast, Asio), OpenSSL and libcrypt for aimctl serve;
 # redfishtool, python3-sushy and apache2-utils are the Redfish clients and the load generator of
 # the tests)
 PKGS=(build-essential cmake pkg-config libexpat1-dev libpugixml-dev libsqlite3-dev nlohmann-json3-dev
       libgtest-dev libgmock-dev valgrind libxml2-utils sqlite3 man-db bsdextrautils
-      libboost-dev libcrypt-dev redfishtool python3-sushy apache2-utils)
+      libboost-dev libcrypt-dev libssl-dev openssl redfishtool python3-sushy apache2-utils)
 for group in "$@"; do
   case "$group" in
     arm) PKGS+=(g++-arm-linux-gnueabihf qemu-user) ;;

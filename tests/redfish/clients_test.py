@@ -17,10 +17,19 @@ serves it with `aimctl serve --port 0`, and then:
   --load      2000 requests over 50 connections (ab) are all answered; prints requests/s;
   --hostile   overlong URIs and headers, ".." segments, non-UTF-8 bytes, a POST session login
               and many idle connections get error answers, and the server keeps serving;
+  --tls       all of the above over HTTPS, with a certificate made for the test (redfishtool
+              with -S Always, sushy and the crawler not checking it); a plain-HTTP request on
+              the port and a TLS 1.1 handshake get no answer, a stalled handshake is closed
+              after 15 s; certificate and key files that cannot be used exit 2;
 and stops the server with SIGTERM (exit 0). Prints '1 passed, 0 failed' or the failures.
 """
-import argparse, hashlib, json, os, re, signal, socket, sqlite3, subprocess, sys, tempfile, time
+import argparse, hashlib, json, os, re, signal, socket, sqlite3, ssl, subprocess, sys, tempfile, time
 import urllib.error, urllib.request
+
+# The test's certificate is its own: clients do not check it.
+UNCHECKED = ssl.create_default_context()
+UNCHECKED.check_hostname = False
+UNCHECKED.verify_mode = ssl.CERT_NONE
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 with open(os.path.join(HERE, "expected.json")) as f:
@@ -48,20 +57,24 @@ def run(cmd, **kw):
 
 
 class Service:
-    def __init__(self, aimctl, db):
-        self.proc = subprocess.Popen([aimctl, "serve", "--db", db, "--port", "0"], stdout=subprocess.PIPE,
+    def __init__(self, aimctl, db, tls=None):
+        """`tls`: (certificate file, key file) to serve HTTPS."""
+        self.tls = tls
+        extra = ["--tls-cert", tls[0], "--tls-key", tls[1]] if tls else []
+        self.proc = subprocess.Popen([aimctl, "serve", "--db", db, "--port", "0"] + extra, stdout=subprocess.PIPE,
                                      stderr=subprocess.PIPE, text=True)
         line = self.proc.stdout.readline().strip()
-        m = re.fullmatch(r"listening on http://127\.0\.0\.1:(\d+)", line)
+        self.scheme = "https" if tls else "http"
+        m = re.fullmatch(r"listening on %s://127\.0\.0\.1:(\d+)" % self.scheme, line)
         if not m:
             raise SystemExit("serve printed %r first" % line)
         self.port = int(m.group(1))
-        self.base = "http://127.0.0.1:%d" % self.port
+        self.base = "%s://127.0.0.1:%d" % (self.scheme, self.port)
 
     def get(self, uri, method="GET"):
         req = urllib.request.Request(self.base + uri, method=method)
         try:
-            with urllib.request.urlopen(req, timeout=20) as r:
+            with urllib.request.urlopen(req, timeout=20, context=UNCHECKED if self.tls else None) as r:
                 return r.status, dict(r.headers), r.read()
         except urllib.error.HTTPError as e:
             return e.code, dict(e.headers), e.read()
@@ -248,7 +261,7 @@ def rows_under_own_device(resources):
 
 
 def redfishtool(svc, resources, machine):
-    tool = ["redfishtool", "-S", "Never", "-A", "None", "-r", "127.0.0.1:%d" % svc.port]
+    tool = ["redfishtool", "-S", "Always" if svc.tls else "Never", "-A", "None", "-r", "127.0.0.1:%d" % svc.port]
     picks = [["Systems"], ["Systems", "Processors"], ["Chassis"]]
     for kind in ["/PCIeDevices/", "/Drives/", "/FirmwareInventory/"]:
         uris = sorted(u for u in resources if kind in u and u.rsplit("/", 1)[0].endswith(kind.strip("/")))
@@ -272,7 +285,12 @@ def redfishtool(svc, resources, machine):
 def sushy_reads(svc, db, machine):
     import sushy
     from sushy import auth
-    root = sushy.Sushy(svc.base + "/redfish/v1", auth=auth.BasicAuth("user", "password"))
+    from sushy import connector
+    # The service root is read through the public connector, which checks certificates
+    # unless it is given one that does not.
+    public = connector.Connector(svc.base, verify=False) if svc.tls else None
+    root = sushy.Sushy(svc.base + "/redfish/v1", auth=auth.BasicAuth("user", "password"), verify=not svc.tls,
+                       public_connector=public)
     system = root.get_system("/redfish/v1/Systems/system")
     check(system.identity == "system", "sushy: system Id %r" % system.identity)
 
@@ -354,9 +372,10 @@ def load(svc):
     print("load: 2000 requests over 50 connections, %s requests per second" % (rps.group(1) if rps else "?"))
 
 
-def raw_request(port, data, timeout=10):
+def raw_request(port, data, timeout=10, tls=False):
     """The status line of the answer to raw request bytes ('' when the server closed)."""
-    with socket.create_connection(("127.0.0.1", port), timeout=timeout) as s:
+    with socket.create_connection(("127.0.0.1", port), timeout=timeout) as plain:
+        s = UNCHECKED.wrap_socket(plain, server_hostname="127.0.0.1") if tls else plain
         s.sendall(data)
         answer = b""
         try:
@@ -389,11 +408,11 @@ def hostile(svc):
         (b"\x16\x03\x01\x02\x00\x01\x00\x01\xfc\x03\x03" + bytes(range(32)) + b"\r\n\r\n", ("400", "")),
     ]
     for data, expected in cases:
-        line = raw_request(p, data)
+        line = raw_request(p, data, tls=bool(svc.tls))
         code = line.split(" ")[1] if line.count(" ") >= 1 else ""
         check(code in expected, "hostile request %r answered %r" % (data[:60], line))
     # A second server on the port this one serves exits 1.
-    r = run([svc.proc.args[0], "serve", "--db", svc.proc.args[3], "--port", str(p)])
+    r = run(svc.proc.args[:4] + ["--port", str(p)] + svc.proc.args[6:])
     check(r.returncode == 1 and "cannot listen" in r.stderr, "a second server on port %d exits %d: %s"
           % (p, r.returncode, r.stderr[-200:]))
     # Many connections at once, left idle, then closed: the server still answers.
@@ -413,6 +432,56 @@ def hostile(svc):
           "an unknown URI answers %s %s" % (status, body[:200]))
 
 
+def make_certificate(directory, name="server"):
+    """A self-signed P-256 certificate for 127.0.0.1 and its key, made with openssl."""
+    cert, key = os.path.join(directory, name + ".crt"), os.path.join(directory, name + ".key")
+    r = run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes",
+             "-days", "1", "-subj", "/CN=127.0.0.1", "-keyout", key, "-out", cert])
+    if r.returncode != 0:
+        raise SystemExit("openssl req failed: " + r.stderr)
+    return cert, key
+
+
+def tls_edges(svc, aimctl, db, tmp):
+    """No answer to plain HTTP or TLS 1.1 on the TLS port; unusable certificate files exit 2."""
+    line = raw_request(svc.port, b"GET /redfish/v1/Systems/system HTTP/1.1\r\nHost: x\r\n\r\n")
+    check(line == "", "plain HTTP on the TLS port answered %r" % line)
+    old = ssl.SSLContext(ssl.PROTOCOL_TLS_CLIENT)
+    old.check_hostname, old.verify_mode = False, ssl.CERT_NONE
+    old.minimum_version = ssl.TLSVersion.MINIMUM_SUPPORTED
+    old.maximum_version = ssl.TLSVersion.TLSv1_1
+    try:
+        old.set_ciphers("ALL:@SECLEVEL=0")
+        with socket.create_connection(("127.0.0.1", svc.port), timeout=10) as plain:
+            with old.wrap_socket(plain, server_hostname="127.0.0.1") as s:
+                fail("a TLS 1.1 handshake was accepted (%s)" % s.version())
+    except (ssl.SSLError, OSError):
+        pass
+    # A handshake that never completes is closed with the header's 15 s (the watchdog sweeps
+    # once a second).
+    with socket.create_connection(("127.0.0.1", svc.port), timeout=30) as s:
+        s.sendall(b"\x16\x03\x01\x02\x00")  # the start of a ClientHello record, and then nothing
+        start = time.monotonic()
+        try:
+            closed = s.recv(1) == b""
+        except (socket.timeout, ConnectionResetError):
+            closed = False
+        took = time.monotonic() - start
+        check(closed and 14.5 <= took <= 17.5, "a stalled TLS handshake was closed after %.1f s (%s)"
+              % (took, "closed" if closed else "not closed"))
+    other_key = make_certificate(tmp, "other")[1]
+    cert, key = svc.tls
+    for args, message in [
+            (["--tls-cert", cert], "--tls-cert and --tls-key go together"),
+            (["--tls-cert", os.path.join(tmp, "none.crt"), "--tls-key", key], "cannot read"),
+            (["--tls-cert", cert, "--tls-key", other_key], "does not belong to the certificate"),
+            (["--tls-cert", key, "--tls-key", key], "holds no PEM certificate"),
+            (["--tls-cert", cert, "--tls-key", cert], "holds no PEM private key")]:
+        r = run([aimctl, "serve", "--db", db, "--port", "0"] + args)
+        check(r.returncode == 2 and message in r.stderr, "serve %s exits %d: %s" % (" ".join(args), r.returncode,
+                                                                                     r.stderr[-300:]))
+
+
 def main():
     ap = argparse.ArgumentParser()
     ap.add_argument("--aimctl", required=True)
@@ -421,14 +490,23 @@ def main():
     ap.add_argument("--other-machine", help="ingested into the same database while serving")
     ap.add_argument("--load", action="store_true")
     ap.add_argument("--hostile", action="store_true")
+    ap.add_argument("--tls", action="store_true")
     a = ap.parse_args()
     with tempfile.TemporaryDirectory(prefix="aim-redfish.") as tmp:
         db = os.path.join(tmp, "inventory.db")
 
         ingest_example(a.aimctl, a.source_dir, a.machine, db)
         before = tables_digest(db)
-        svc = Service(a.aimctl, db)
+        if a.tls:
+            # requests takes a CA bundle named in the environment over a session's verify=False.
+            for name in ("REQUESTS_CA_BUNDLE", "CURL_CA_BUNDLE"):
+                os.environ.pop(name, None)
+            import urllib3
+            urllib3.disable_warnings(urllib3.exceptions.InsecureRequestWarning)
+        svc = Service(a.aimctl, db, make_certificate(tmp) if a.tls else None)
         try:
+            if a.tls:
+                tls_edges(svc, a.aimctl, db, tmp)
             resources = crawl(svc, db)
             print("crawler: %d resources, %d expected values' resources, %d rows under their own device"
                   % (len(resources), expectations(a.machine, resources), rows_under_own_device(resources)))

@@ -1,5 +1,6 @@
-// aimctl serve --db DB [--bind ADDR] [--port N]: the inventory database as a read-only
-// Redfish service and inventory page over HTTP, until SIGINT or SIGTERM.
+// aimctl serve --db DB [--bind ADDR] [--port N] [--tls-cert FILE --tls-key FILE]: the
+// inventory database as a read-only Redfish service and inventory page over HTTP or HTTPS,
+// until SIGINT or SIGTERM.
 #include <pthread.h>
 #include <signal.h>
 #include <stdio.h>
@@ -17,12 +18,17 @@ namespace aimctl {
 namespace {
 
 int run_serve(const std::vector<std::string>& args) {
-    std::string db_path, address = "127.0.0.1", port_text = "8000";
+    std::string db_path, address = "127.0.0.1", port_text = "8000", cert_file, key_file;
     for (size_t i = 0; i < args.size(); ++i) {
         const std::string& a = args[i];
-        if (a == "--db" || a == "--bind" || a == "--port") {
+        if (a == "--db" || a == "--bind" || a == "--port" || a == "--tls-cert" || a == "--tls-key") {
             if (i + 1 >= args.size()) return usage_error("serve", a + " needs a value");
-            (a == "--db" ? db_path : a == "--bind" ? address : port_text) = args[++i];
+            std::string& value = a == "--db"         ? db_path
+                                 : a == "--bind"     ? address
+                                 : a == "--port"     ? port_text
+                                 : a == "--tls-cert" ? cert_file
+                                                     : key_file;
+            value = args[++i];
         } else if (a.size() > 1 && a[0] == '-') {
             return usage_error("serve", "unknown option '" + a + "'");
         } else {
@@ -30,6 +36,8 @@ int run_serve(const std::vector<std::string>& args) {
         }
     }
     if (db_path.empty()) return usage_error("serve", "missing --db DB");
+    if (cert_file.empty() != key_file.empty())
+        return usage_error("serve", "--tls-cert and --tls-key go together");
     char* end = nullptr;
     long port = strtol(port_text.c_str(), &end, 10);
     if (port_text.empty() || *end || port < 0 || port > 65535)
@@ -50,13 +58,20 @@ int run_serve(const std::vector<std::string>& args) {
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 
     redfish::http_server server(db_path);
+    if (!cert_file.empty()) {
+        std::string why;
+        if (!server.use_tls(cert_file, key_file, why)) {
+            fprintf(stderr, "aimctl serve: %s\n", why.c_str());
+            return exit_usage;
+        }
+    }
     int bound = server.bind(address, static_cast<int>(port));
     if (bound < 0) {
         fprintf(stderr, "aimctl serve: cannot listen on %s:%ld\n", address.c_str(), port);
         return exit_failed;
     }
     std::string host = address.find(':') != std::string::npos ? "[" + address + "]" : address;
-    printf("listening on http://%s:%d\n", host.c_str(), bound);
+    printf("listening on %s://%s:%d\n", server.tls() ? "https" : "http", host.c_str(), bound);
     fflush(stdout);
     fprintf(stderr, "aimctl serve: at most %zu connections at once (open-file limit %zu)\n",
             server.max_connections(), server.open_file_limit());
@@ -79,7 +94,7 @@ int run_serve(const std::vector<std::string>& args) {
 }  // namespace
 
 AIMCTL_COMMAND("serve", "serve an inventory database as Redfish and an inventory page",
-               "usage: aimctl serve --db DB [--bind ADDR] [--port N]\n\n"
+               "usage: aimctl serve --db DB [--bind ADDR] [--port N] [--tls-cert FILE --tls-key FILE]\n\n"
                "Serves the inventory database DB over HTTP/1.1 as a read-only Redfish service\n"
                "(GET and HEAD of every resource that 'aimctl redfish' shows) and, at /, an\n"
                "inventory page that shows each adapter by slot. The resources are kept between\n"
@@ -87,15 +102,18 @@ AIMCTL_COMMAND("serve", "serve an inventory database as Redfish and an inventory
                "shows at the next request; no request changes it (any other method is answered\n"
                "405).\n"
                "  --bind ADDR  address to listen on (default 127.0.0.1)\n"
-               "  --port N     port (default 8000; 0 picks a free port)\n\n"
-               "The first line printed is 'listening on http://ADDR:PORT'; standard error then\n"
+               "  --port N     port (default 8000; 0 picks a free port)\n"
+               "  --tls-cert FILE, --tls-key FILE\n"
+               "               serve HTTPS (TLS 1.2 and 1.3) with this PEM certificate chain and\n"
+               "               its PEM private key; a plain-HTTP request on the port gets no answer\n\n"
+               "The first line printed is 'listening on http://ADDR:PORT' (https with TLS); standard error then\n"
                "says how many connections are served at once (at most 1024, fewer when the\n"
                "open-file limit is lower). A connection is closed after 60 s without a request,\n"
                "or when a request's header is not complete 15 s after its first byte. A header\n"
                "over 8 KiB (431), a URI over 2 KiB (414) or a request body (413) is refused and\n"
                "the connection closed. SIGINT or SIGTERM stops the server.\n\n"
                "Exit status: 0 when stopped by a signal, 1 when DB does not exist or the address\n"
-               "cannot be bound, 2 for bad arguments.\n",
+               "cannot be bound, 2 for bad arguments or a certificate or key that cannot be used.\n",
                run_serve);
 
 }  // namespace aimctl
