@@ -113,34 +113,57 @@ http_server::~http_server() = default;
 size_t http_server::max_connections() const { return p_->max_connections; }
 size_t http_server::open_file_limit() const { return p_->file_limit; }
 
+namespace {
+
+// The whole of a file, or false when it cannot be read.
+bool read_whole(const std::string& path, std::string& out) {
+    FILE* f = fopen(path.c_str(), "rb");
+    if (!f) return false;
+    out.clear();
+    char buf[4096];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof buf, f)) > 0) out.append(buf, n);
+    bool ok = !ferror(f);
+    fclose(f);
+    return ok;
+}
+
+}  // namespace
+
 bool http_server::use_tls(const std::string& cert_file, const std::string& key_file, std::string& error) {
+    std::string cert_pem, key_pem;
+    for (const std::string* file : {&cert_file, &key_file}) {
+        if (!read_whole(*file, file == &cert_file ? cert_pem : key_pem)) {
+            error = "cannot read '" + *file + "'";
+            return false;
+        }
+    }
+    return configure_tls(cert_pem, key_pem, "'" + cert_file + "'", "'" + key_file + "'", error);
+}
+
+bool http_server::use_tls_pem(const std::string& certificate_pem, const std::string& key_pem, std::string& error) {
+    return configure_tls(certificate_pem, key_pem, "the certificate", "the private key", error);
+}
+
+bool http_server::configure_tls(const std::string& cert_pem, const std::string& key_pem, const std::string& cert_name,
+                                const std::string& key_name, std::string& error) {
     auto context = std::make_unique<net::ssl::context>(net::ssl::context::tls_server);
     SSL_CTX* ctx = context->native_handle();
     SSL_CTX_set_min_proto_version(ctx, TLS1_2_VERSION);
     context->set_options(net::ssl::context::default_workarounds | net::ssl::context::single_dh_use |
                          net::ssl::context::no_compression);
-    for (const std::string* file : {&cert_file, &key_file}) {
-        if (FILE* f = fopen(file->c_str(), "rb")) {
-            fclose(f);
-        } else {
-            error = "cannot read '" + *file + "'";
-            return false;
-        }
-    }
-    const std::string mismatch = "the private key '" + key_file + "' does not belong to the certificate '" +
-                                 cert_file + "'";
+    const std::string mismatch = "the private key " + key_name + " does not belong to the certificate " + cert_name;
     error_code ec;
-    context->use_certificate_chain_file(cert_file, ec);
+    context->use_certificate_chain(net::buffer(cert_pem), ec);
     if (ec) {
-        error = "'" + cert_file + "' holds no PEM certificate that can be used (" + ec.message() + ")";
+        error = cert_name + " holds no PEM certificate that can be used (" + ec.message() + ")";
         return false;
     }
-    context->use_private_key_file(key_file, net::ssl::context::pem, ec);
+    context->use_private_key(net::buffer(key_pem), net::ssl::context::pem, ec);
     if (ec) {
         bool other_key = ec.category() == net::error::get_ssl_category() &&
                          ERR_GET_REASON(static_cast<unsigned long>(ec.value())) == X509_R_KEY_VALUES_MISMATCH;
-        error = other_key ? mismatch
-                          : "'" + key_file + "' holds no PEM private key that can be used (" + ec.message() + ")";
+        error = other_key ? mismatch : key_name + " holds no PEM private key that can be used (" + ec.message() + ")";
         return false;
     }
     if (SSL_CTX_check_private_key(ctx) != 1) {

@@ -40,6 +40,8 @@ public:
     // PEM files `cert_file` and `key_file`; false, with the reason in `error`, when they cannot
     // be read or do not belong together. Called before run().
     bool use_tls(const std::string& cert_file, const std::string& key_file, std::string& error);
+    // The same with the PEM texts themselves (a certificate made at start).
+    bool use_tls_pem(const std::string& certificate_pem, const std::string& key_pem, std::string& error);
     bool tls() const;
     // Binds `address`:`port` (port 0: a free port); the port bound, or -1.
     int bind(const std::string& address, int port);
@@ -52,6 +54,8 @@ public:
     void stop();
 
 private:
+    bool configure_tls(const std::string& cert_pem, const std::string& key_pem, const std::string& cert_name,
+                       const std::string& key_name, std::string& error);
     struct impl;
     std::unique_ptr<impl> p_;
 };

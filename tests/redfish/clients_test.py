@@ -20,7 +20,8 @@ serves it with `aimctl serve --port 0`, and then:
   --tls       all of the above over HTTPS, with a certificate made for the test (redfishtool
               with -S Always, sushy and the crawler not checking it); a plain-HTTP request on
               the port and a TLS 1.1 handshake get no answer, a stalled handshake is closed
-              after 15 s; certificate and key files that cannot be used exit 2;
+              after 15 s; certificate and key files that cannot be used exit 2; --tls alone
+              serves a certificate made at start, whose fingerprint it prints;
 and stops the server with SIGTERM (exit 0). Prints '1 passed, 0 failed' or the failures.
 """
 import argparse, hashlib, json, os, re, signal, socket, sqlite3, ssl, subprocess, sys, tempfile, time
@@ -469,9 +470,28 @@ def tls_edges(svc, aimctl, db, tmp):
         took = time.monotonic() - start
         check(closed and 14.5 <= took <= 17.5, "a stalled TLS handshake was closed after %.1f s (%s)"
               % (took, "closed" if closed else "not closed"))
+    # --tls alone: a certificate made at start, whose fingerprint standard error gives.
+    made = subprocess.Popen([aimctl, "serve", "--db", db, "--port", "0", "--tls"], stdout=subprocess.PIPE,
+                            stderr=subprocess.PIPE, text=True)
+    try:
+        m = re.fullmatch(r"listening on https://127\.0\.0\.1:(\d+)", made.stdout.readline().strip())
+        said = made.stderr.readline() + made.stderr.readline()
+        printed = re.search(r"self-signed certificate, SHA-256 fingerprint ((?:[0-9A-F]{2}:){31}[0-9A-F]{2})$", said, re.M)
+        if check(m and printed, "serve --tls printed %r" % said):
+            pem = ssl.get_server_certificate(("127.0.0.1", int(m.group(1))))
+            served = hashlib.sha256(ssl.PEM_cert_to_DER_cert(pem)).hexdigest().upper()
+            check(printed.group(1).replace(":", "") == served, "serve --tls: fingerprint %s, served %s"
+                  % (printed.group(1), served))
+            status = json.loads(urllib.request.urlopen("https://127.0.0.1:%s/redfish/v1" % m.group(1), timeout=20,
+                                                       context=UNCHECKED).read())["Id"]
+            check(status == "RootService", "serve --tls answers %r" % status)
+    finally:
+        made.send_signal(signal.SIGTERM)
+        check(made.wait(timeout=10) == 0, "serve --tls stopped by SIGTERM exits %s" % made.returncode)
     other_key = make_certificate(tmp, "other")[1]
     cert, key = svc.tls
     for args, message in [
+            (["--tls", "--tls-cert", cert, "--tls-key", key], "--tls makes its own certificate"),
             (["--tls-cert", cert], "--tls-cert and --tls-key go together"),
             (["--tls-cert", os.path.join(tmp, "none.crt"), "--tls-key", key], "cannot read"),
             (["--tls-cert", cert, "--tls-key", other_key], "does not belong to the certificate"),

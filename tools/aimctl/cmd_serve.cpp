@@ -1,4 +1,4 @@
-// aimctl serve --db DB [--bind ADDR] [--port N] [--tls-cert FILE --tls-key FILE]: the
+// aimctl serve --db DB [--bind ADDR] [--port N] [--tls | --tls-cert FILE --tls-key FILE]: the
 // inventory database as a read-only Redfish service and inventory page over HTTP or HTTPS,
 // until SIGINT or SIGTERM.
 #include <pthread.h>
@@ -11,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "redfish/certificate.h"
 #include "redfish/http.h"
 #include "tools/aimctl/command.h"
 
@@ -19,9 +20,12 @@ namespace {
 
 int run_serve(const std::vector<std::string>& args) {
     std::string db_path, address = "127.0.0.1", port_text = "8000", cert_file, key_file;
+    bool self_signed = false;
     for (size_t i = 0; i < args.size(); ++i) {
         const std::string& a = args[i];
-        if (a == "--db" || a == "--bind" || a == "--port" || a == "--tls-cert" || a == "--tls-key") {
+        if (a == "--tls") {
+            self_signed = true;
+        } else if (a == "--db" || a == "--bind" || a == "--port" || a == "--tls-cert" || a == "--tls-key") {
             if (i + 1 >= args.size()) return usage_error("serve", a + " needs a value");
             std::string& value = a == "--db"         ? db_path
                                  : a == "--bind"     ? address
@@ -38,6 +42,8 @@ int run_serve(const std::vector<std::string>& args) {
     if (db_path.empty()) return usage_error("serve", "missing --db DB");
     if (cert_file.empty() != key_file.empty())
         return usage_error("serve", "--tls-cert and --tls-key go together");
+    if (self_signed && !cert_file.empty())
+        return usage_error("serve", "--tls makes its own certificate: give it or --tls-cert and --tls-key");
     char* end = nullptr;
     long port = strtol(port_text.c_str(), &end, 10);
     if (port_text.empty() || *end || port < 0 || port > 65535)
@@ -58,12 +64,19 @@ int run_serve(const std::vector<std::string>& args) {
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 
     redfish::http_server server(db_path);
-    if (!cert_file.empty()) {
-        std::string why;
-        if (!server.use_tls(cert_file, key_file, why)) {
+    std::string why, fingerprint;
+    if (!cert_file.empty() && !server.use_tls(cert_file, key_file, why)) {
+        fprintf(stderr, "aimctl serve: %s\n", why.c_str());
+        return exit_usage;
+    }
+    if (self_signed) {
+        redfish::self_signed made;
+        if (!redfish::make_self_signed(address, made, why) ||
+            !server.use_tls_pem(made.certificate_pem, made.key_pem, why)) {
             fprintf(stderr, "aimctl serve: %s\n", why.c_str());
-            return exit_usage;
+            return exit_failed;
         }
+        fingerprint = made.sha256_fingerprint;
     }
     int bound = server.bind(address, static_cast<int>(port));
     if (bound < 0) {
@@ -75,6 +88,8 @@ int run_serve(const std::vector<std::string>& args) {
     fflush(stdout);
     fprintf(stderr, "aimctl serve: at most %zu connections at once (open-file limit %zu)\n",
             server.max_connections(), server.open_file_limit());
+    if (!fingerprint.empty())
+        fprintf(stderr, "aimctl serve: self-signed certificate, SHA-256 fingerprint %s\n", fingerprint.c_str());
 
     std::thread watcher([&] {
         int sig = 0;
@@ -94,7 +109,7 @@ int run_serve(const std::vector<std::string>& args) {
 }  // namespace
 
 AIMCTL_COMMAND("serve", "serve an inventory database as Redfish and an inventory page",
-               "usage: aimctl serve --db DB [--bind ADDR] [--port N] [--tls-cert FILE --tls-key FILE]\n\n"
+               "usage: aimctl serve --db DB [--bind ADDR] [--port N] [--tls | --tls-cert FILE --tls-key FILE]\n\n"
                "Serves the inventory database DB over HTTP/1.1 as a read-only Redfish service\n"
                "(GET and HEAD of every resource that 'aimctl redfish' shows) and, at /, an\n"
                "inventory page that shows each adapter by slot. The resources are kept between\n"
@@ -105,7 +120,10 @@ AIMCTL_COMMAND("serve", "serve an inventory database as Redfish and an inventory
                "  --port N     port (default 8000; 0 picks a free port)\n"
                "  --tls-cert FILE, --tls-key FILE\n"
                "               serve HTTPS (TLS 1.2 and 1.3) with this PEM certificate chain and\n"
-               "               its PEM private key; a plain-HTTP request on the port gets no answer\n\n"
+               "               its PEM private key; a plain-HTTP request on the port gets no answer\n"
+               "  --tls        serve HTTPS with a certificate made at start: self-signed, ECDSA\n"
+               "               P-256, valid one year, for ADDR; its SHA-256 fingerprint goes to\n"
+               "               standard error\n\n"
                "The first line printed is 'listening on http://ADDR:PORT' (https with TLS); standard error then\n"
                "says how many connections are served at once (at most 1024, fewer when the\n"
                "open-file limit is lower). A connection is closed after 60 s without a request,\n"
