@@ -8,9 +8,11 @@
 #   wrk -t2 -c50 -d10s --latency   (kept-alive connections)
 #   ab -n 5000 -c 50               (a new connection per request)
 #   the median of 1000 GETs on one kept-alive connection (python3's http.client)
-# and prints one table (requests/s, p50 and p99 latency, ratio to nginx), which it also writes
-# between the "bench-http" markers of docs/benchmark.md and README.md. nginx is started on its
-# own configuration and stopped by its own pids (master, then any worker left).
+# The same again over HTTPS, both servers with one certificate made for the run (ECDSA P-256,
+# TLS 1.2 and 1.3). It prints one table (requests/s, p50 and p99 latency, ratio to nginx),
+# which it also writes between the "bench-http" markers of docs/benchmark.md and README.md.
+# nginx is started on its own configuration and stopped by its own pids (master, then any
+# worker left).
 #
 # usage: scripts/bench-http.sh BUILD [--no-docs]
 set -euo pipefail
@@ -23,9 +25,9 @@ work=$build/bench-http
 rm -rf "$work" && mkdir -p "$work/nginx" "$work/mockup"
 machine=ubb-8gpu
 
-nginx_pid= serve_pid=
+nginx_pid= serve_pid= tls_serve_pid=
 stop_all() {
-    if [ -n "$serve_pid" ]; then kill "$serve_pid" 2>/dev/null || true; wait "$serve_pid" 2>/dev/null || true; fi
+    for pid in $serve_pid $tls_serve_pid; do kill "$pid" 2>/dev/null || true; wait "$pid" 2>/dev/null || true; done
     if [ -n "$nginx_pid" ]; then
         workers=$(pgrep -P "$nginx_pid" || true)
         kill -TERM "$nginx_pid" 2>/dev/null || true
@@ -41,8 +43,14 @@ trap stop_all EXIT
 device=$(python3 -c 'import json,sys; print(json.load(open(sys.argv[1]))["Members"][0]["@odata.id"])' \
     "$work/mockup/redfish/v1/Chassis/chassis/PCIeDevices/index.json")
 
-# A free loopback port for nginx (the kernel's pick, released just before nginx takes it).
-nginx_port=$(python3 -c 'import socket; s=socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
+# Free loopback ports for nginx (the kernel's picks, released just before nginx takes them).
+read -r nginx_port nginx_tls_port < <(python3 -c '
+import socket
+s, t = socket.socket(), socket.socket()
+s.bind(("127.0.0.1", 0)); t.bind(("127.0.0.1", 0))
+print(s.getsockname()[1], t.getsockname()[1])')
+openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -days 1 -subj /CN=127.0.0.1 \
+    -keyout "$work/server.key" -out "$work/server.crt" 2>/dev/null
 cat >"$work/nginx/nginx.conf" <<EOF
 worker_processes auto;
 daemon off;
@@ -63,35 +71,56 @@ http {
         root $work/mockup;
         location / { try_files \$uri/index.json \$uri =404; }
     }
+    server {
+        listen 127.0.0.1:$nginx_tls_port ssl;
+        ssl_certificate $work/server.crt;
+        ssl_certificate_key $work/server.key;
+        ssl_protocols TLSv1.2 TLSv1.3;
+        root $work/mockup;
+        location / { try_files \$uri/index.json \$uri =404; }
+    }
 }
 EOF
 /usr/sbin/nginx -p "$work/nginx" -c "$work/nginx/nginx.conf" &
 nginx_pid=$!
 "$aimctl" serve --db "$work/$machine.db" --port 0 >"$work/serve.log" 2>&1 &
 serve_pid=$!
-serve_port=
+"$aimctl" serve --db "$work/$machine.db" --port 0 --tls-cert "$work/server.crt" --tls-key "$work/server.key" \
+    >"$work/serve-tls.log" 2>&1 &
+tls_serve_pid=$!
+serve_port= tls_serve_port=
 for _ in $(seq 100); do
     serve_port=$(sed -n '1s#^listening on http://127.0.0.1:\([0-9]*\)$#\1#p' "$work/serve.log")
-    [ -n "$serve_port" ] && curl -sf -o /dev/null "http://127.0.0.1:$nginx_port$device" && break
+    tls_serve_port=$(sed -n '1s#^listening on https://127.0.0.1:\([0-9]*\)$#\1#p' "$work/serve-tls.log")
+    [ -n "$serve_port" ] && [ -n "$tls_serve_port" ] && curl -sf -o /dev/null "http://127.0.0.1:$nginx_port$device" &&
+        curl -sfk -o /dev/null "https://127.0.0.1:$nginx_tls_port$device" && break
     sleep 0.1
 done
-[ -n "$serve_port" ] || { echo "bench-http: aimctl serve did not start: $(cat "$work/serve.log")" >&2; exit 1; }
-cmp <(curl -sf "http://127.0.0.1:$serve_port$device" | python3 -m json.tool) \
-    <(curl -sf "http://127.0.0.1:$nginx_port$device" | python3 -m json.tool) >/dev/null ||
-    { echo "bench-http: the two servers answer $device differently" >&2; exit 1; }
+[ -n "$serve_port" ] && [ -n "$tls_serve_port" ] ||
+    { echo "bench-http: aimctl serve did not start: $(cat "$work/serve.log" "$work/serve-tls.log")" >&2; exit 1; }
+for pair in "http $serve_port $nginx_port" "https $tls_serve_port $nginx_tls_port"; do
+    read -r scheme a b <<<"$pair"
+    cmp <(curl -sfk "$scheme://127.0.0.1:$a$device" | python3 -m json.tool) \
+        <(curl -sfk "$scheme://127.0.0.1:$b$device" | python3 -m json.tool) >/dev/null ||
+        { echo "bench-http: the two servers answer $device differently over $scheme" >&2; exit 1; }
+done
 
-# measure NAME PORT: one line "NAME|wrk rps|wrk p50|wrk p99|ab rps|ab p50|ab p99|kept-alive median"
+# measure NAME SCHEME PORT: one line "NAME|wrk rps|wrk p50|wrk p99|ab rps|ab p50|ab p99|kept-alive median"
 measure() {
-    local url=http://127.0.0.1:$2$device w a k
+    local url=$2://127.0.0.1:$3$device w a k
     w=$(wrk -t2 -c50 -d10s --latency "$url")
     a=$(ab -q -n 5000 -c 50 "$url")
-    k=$(python3 - "$2" "$device" <<'EOF'
-import http.client, statistics, sys, time
-c = http.client.HTTPConnection("127.0.0.1", int(sys.argv[1]))
+    k=$(python3 - "$2" "$3" "$device" <<'EOF'
+import http.client, ssl, statistics, sys, time
+scheme, port, device = sys.argv[1], int(sys.argv[2]), sys.argv[3]
+if scheme == "https":
+    c = http.client.HTTPSConnection("127.0.0.1", port, context=ssl._create_unverified_context())
+else:
+    c = http.client.HTTPConnection("127.0.0.1", port)
 times = []
 for _ in range(1000):
     t = time.perf_counter()
-    c.request("GET", sys.argv[2])
+    c.request("GET", device)
     r = c.getresponse()
     r.read()
     times.append(time.perf_counter() - t)
@@ -117,27 +146,30 @@ print("|".join([sys.argv[1], "%.0f" % rps, "%.2f" % lat["50"], "%.2f" % lat["99"
 EOF
 }
 
-echo "bench-http: $device of $machine, aimctl serve on :$serve_port, nginx on :$nginx_port" >&2
-serve_line=$(measure "aimctl serve" "$serve_port")
-nginx_line=$(measure "nginx (static files)" "$nginx_port")
+echo "bench-http: $device of $machine, aimctl serve on :$serve_port and :$tls_serve_port (TLS)," \
+    "nginx on :$nginx_port and :$nginx_tls_port (TLS)" >&2
+serve_line=$(measure "aimctl serve" http "$serve_port")
+nginx_line=$(measure "nginx (static files)" http "$nginx_port")
+tls_serve_line=$(measure "aimctl serve, HTTPS" https "$tls_serve_port")
+tls_nginx_line=$(measure "nginx (static files), HTTPS" https "$nginx_tls_port")
 stop_all
 trap - EXIT
 
-table=$(python3 - "$serve_line" "$nginx_line" "$(nproc)" <<'EOF'
+table=$(python3 - "$serve_line" "$nginx_line" "$tls_serve_line" "$tls_nginx_line" <<'EOF'
 import sys
-s, n = (line.split("|") for line in sys.argv[1:3])
-ratio = lambda i: float(s[i]) / float(n[i])
+rows = [line.split("|") for line in sys.argv[1:5]]
 out = ["| Server | keep-alive req/s (wrk) | p50 | p99 | new connection req/s (ab) | p50 | p99 | one kept-alive GET (median) |",
        "|---|---|---|---|---|---|---|---|"]
-for r in (s, n):
-    out.append("| %s | %s | %s ms | %s ms | %s | %s ms | %s ms | %s ms |" % tuple(r))
-out.append("| ratio aimctl / nginx | %.2f | | | %.2f | | | |" % (ratio(1), ratio(4)))
+for s, n, label in ((rows[0], rows[1], "ratio aimctl / nginx"), (rows[2], rows[3], "ratio aimctl / nginx, HTTPS")):
+    for r in (s, n):
+        out.append("| %s | %s | %s ms | %s ms | %s | %s ms | %s ms | %s ms |" % tuple(r))
+    out.append("| %s | %.2f | | | %.2f | | | |" % (label, float(s[1]) / float(n[1]), float(s[4]) / float(n[4])))
 print("\n".join(out))
 EOF
 )
 echo "$table"
 if [ "$docs" = 1 ]; then
-    header="One PCIe device of ubb-8gpu (\`$device\`), x86_64, $(nproc) cores, $(date -u +%Y-%m-%d); wrk -t2 -c50 -d10s, ab -n 5000 -c 50:"
+    header="One PCIe device of ubb-8gpu (\`$device\`), x86_64, $(nproc) cores, $(date -u +%Y-%m-%d); wrk -t2 -c50 -d10s, ab -n 5000 -c 50; HTTPS with one ECDSA P-256 certificate for both:"
     for f in "$src/docs/benchmark.md" "$src/README.md"; do
         python3 - "$f" "$header" "$table" <<'EOF'
 import re, sys
