@@ -2,6 +2,9 @@
 #include "redfish/users.h"
 
 #include <crypt.h>
+#include <ctype.h>
+#include <errno.h>
+#include <stdlib.h>
 #include <string.h>
 
 #include <fstream>
@@ -36,11 +39,32 @@ bool same_hash(const std::string& a, const std::string& b) {
 
 bool starts_with(const std::string& s, const char* prefix) { return s.compare(0, strlen(prefix), prefix) == 0; }
 
+// The most work a hash may ask for, so that neither the start nor a login takes more than
+// about a second: htpasswd's highest bcrypt cost, and a million SHA crypt rounds.
+const int kMaxBcryptCost = 17;
+const unsigned long kMaxShaRounds = 1000000;
+
 // Why `hash` cannot be used, or null when it can.
 const char* refused_scheme(const std::string& hash) {
-    if (starts_with(hash, "$2y$") || starts_with(hash, "$2b$") || starts_with(hash, "$2a$") ||
-        starts_with(hash, "$5$") || starts_with(hash, "$6$"))
+    if (starts_with(hash, "$2y$") || starts_with(hash, "$2b$") || starts_with(hash, "$2a$")) {
+        // "$2y$NN$": the cost, two digits.
+        int cost = hash.size() > 6 && isdigit(static_cast<unsigned char>(hash[4])) &&
+                           isdigit(static_cast<unsigned char>(hash[5]))
+                       ? (hash[4] - '0') * 10 + (hash[5] - '0')
+                       : -1;
+        if (cost > kMaxBcryptCost) return "a bcrypt cost above 17";
         return nullptr;
+    }
+    if (starts_with(hash, "$5$") || starts_with(hash, "$6$")) {
+        if (starts_with(hash.substr(3), "rounds=")) {
+            const char* digits = hash.c_str() + 10;
+            char* end = nullptr;
+            errno = 0;
+            unsigned long rounds = strtoul(digits, &end, 10);
+            if (end == digits || errno != 0 || rounds > kMaxShaRounds) return "more than 1000000 SHA crypt rounds";
+        }
+        return nullptr;
+    }
     if (starts_with(hash, "$apr1$")) return "Apache MD5 hashes ($apr1$, htpasswd -m) are refused; use htpasswd -B";
     if (starts_with(hash, "{SHA}")) return "SHA-1 hashes ({SHA}, htpasswd -s) are refused; use htpasswd -B";
     if (starts_with(hash, "$")) return "unknown hash scheme; use htpasswd -B (bcrypt), -2 or -5 (SHA crypt)";

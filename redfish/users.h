@@ -6,7 +6,8 @@
 // HASH is a crypt string of bcrypt ("$2y$", "$2b$", "$2a$"; htpasswd -B), SHA-256 crypt
 // ("$5$"; htpasswd -2) or SHA-512 crypt ("$6$"; htpasswd -5). Any other scheme (plain text,
 // Apache's MD5 "$apr1$", "{SHA}", traditional DES crypt) is refused with its line, as are an
-// empty name, a name given twice and an unknown role. ROLE is one of the Redfish predefined
+// empty name, a name given twice, an unknown role, and a hash that asks for more work than a
+// login should take (a bcrypt cost above 17, more than a million SHA crypt rounds). ROLE is one of the Redfish predefined
 // roles "Administrator", "Operator" and "ReadOnly" (the default). Blank lines are skipped; a
 // line may end in CR LF.
 //

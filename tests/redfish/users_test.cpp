@@ -80,6 +80,9 @@ TEST(RedfishUsers, RefusedLinesNameTheirLine) {
         {"empty role", good + ":", "users.txt:1: unknown role ''"},
         {"a name twice", good + "\n" + good, "users.txt:2: user 'ok' given twice"},
         {"a zero byte", good + std::string(1, '\0') + "x", "users.txt:1: a line holds a zero byte"},
+        {"bcrypt cost 18", "x:$2y$18$" + good.substr(10), "users.txt:1: user 'x': a bcrypt cost above 17"},
+        {"SHA rounds", "x:$5$rounds=1000001$salt$" + std::string(43, 'a'),
+         "users.txt:1: user 'x': more than 1000000 SHA crypt rounds"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
@@ -87,6 +90,7 @@ TEST(RedfishUsers, RefusedLinesNameTheirLine) {
         EXPECT_EQ(0u, got.find(c.message)) << got;
     }
     EXPECT_EQ("", refusal(good + ":Operator\n")) << "a good line for comparison";
+    EXPECT_EQ("", refusal(htpasswd("5 -r 1000000", "many", "pw"))) << "a million rounds are allowed";
 }
 
 TEST(RedfishUsers, AnUnreadableFileIsAnError) {
