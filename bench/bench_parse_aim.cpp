@@ -642,8 +642,8 @@ void print_tables(const std::vector<result>& rs, FILE* out) {
     fprintf(out,
             "\nInstructions (callgrind); the library's own are those outside the XML DOM (expat included) "
             "and the database client (SQLite included):\n\n"
-            "| Configs | Whole run | Lower bound | Ratio | T(N)/T(N/4) | Library's own | Library's own per config | "
-            "XML DOM | Database client |\n|---|---|---|---|---|---|---|---|---|\n");
+            "| Configs | Whole run | Lower bound | Ratio | T(N)/T(N/4) | Library's own | "
+            "Library's own per config | XML DOM | Database client |\n|---|---|---|---|---|---|---|---|---|\n");
     for (const result& r : rs) {
         const result* q = quarter(rs, r);
         auto mega = [](double v) { return v > 0 ? fmt(v / 1e6, 0, "M") : std::string("-"); };
@@ -660,9 +660,10 @@ void print_tables(const std::vector<result>& rs, FILE* out) {
             "| Configs | Peak RSS run | Peak RSS pugixml | RSS ratio | Allocations per config (reader) "
             "| Library's own allocations per config |\n|---|---|---|---|---|---|\n");
     for (const result& r : rs) {
-        fprintf(out, "| %u | %.1f MiB | %.1f MiB | %s | %.1f (%.1f) | %s |\n", r.configs, r.rss_whole_kib / 1024,
-                r.rss_pugixml_kib / 1024, ratio(r.rss_whole_kib, r.rss_pugixml_kib).c_str(),
-                r.news_per_config, r.reader_news_per_config,
+        fprintf(out, "| %u | %.1f MiB | %.1f MiB | %s | %.1f (%.1f) | %s |\n", r.configs,
+                r.rss_whole_kib / 1024, r.rss_pugixml_kib / 1024,
+                ratio(r.rss_whole_kib, r.rss_pugixml_kib).c_str(), r.news_per_config,
+                r.reader_news_per_config,
                 r.library_news_per_config >= 0 ? fmt(r.library_news_per_config, 1).c_str() : "-");
     }
     fprintf(

@@ -266,8 +266,8 @@ private:
         flush_text();
         size_t count = 0;
         while (atts[count]) count += 2;
-        xelement* e =
-            static_cast<xelement*>(link(node_kind::element, sizeof(xelement) + count * sizeof(const char*), count / 2));
+        xelement* e = static_cast<xelement*>(
+            link(node_kind::element, sizeof(xelement) + count * sizeof(const char*), count / 2));
         e->name = dom_.names.intern(name);
         e->first_child = nullptr;
         const char** a = e->attributes();
@@ -342,7 +342,8 @@ std::string node::content() const {
             pending.pop_back();
             continue;
         }
-        const xnode* below = c->kind == node_kind::element ? static_cast<const xelement*>(c)->first_child : nullptr;
+        const xnode* below =
+            c->kind == node_kind::element ? static_cast<const xelement*>(c)->first_child : nullptr;
         if (c->kind == node_kind::text) out.append(text_of(c), c->length);
         if (below) {
             pending.push_back(c);

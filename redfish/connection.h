@@ -1,7 +1,8 @@
 // One client connection of the Redfish server (internal to redfish/http.cpp): a template over
 // the stream (a socket, a TLS stream over one, or the in-memory stream of
-// answer_connection(), which so runs exactly the code that a socket runs). Its handlers run on its event loop's thread; it lives for as long as an
-// operation of it is pending. The watchdog closes connections whose deadline has passed.
+// answer_connection(), which so runs exactly the code that a socket runs). Its handlers run on its event
+// loop's thread; it lives for as long as an operation of it is pending. The watchdog closes connections whose
+// deadline has passed.
 #pragma once
 
 #include <stdint.h>
@@ -142,11 +143,12 @@ public:
             // The handshake has the header's time: a client that never completes it (a plain
             // HTTP request on the TLS port, say) is closed without an answer.
             arm(kHeaderTime);
-            stream_.async_handshake(net::ssl::stream_base::server, [self = shared_from_this()](error_code ec) {
-                if (self->closed_) return;
-                if (ec) return self->close();
-                self->wait_for_request();
-            });
+            stream_.async_handshake(net::ssl::stream_base::server,
+                                    [self = shared_from_this()](error_code ec) {
+                                        if (self->closed_) return;
+                                        if (ec) return self->close();
+                                        self->wait_for_request();
+                                    });
         } else {
             wait_for_request();
         }

@@ -68,8 +68,8 @@ struct http_server::impl {
             } else {
                 socket.set_option(tcp::no_delay(true), ignored);
                 if (tls_context) {
-                    std::make_shared<connection<tls_stream>>(tls_stream(std::move(socket), *tls_context), cache,
-                                                             open, &dog)
+                    std::make_shared<connection<tls_stream>>(tls_stream(std::move(socket), *tls_context),
+                                                             cache, open, &dog)
                         ->start();
                 } else {
                     std::make_shared<connection<tcp::socket>>(std::move(socket), cache, open, &dog)->start();
@@ -141,18 +141,21 @@ bool http_server::use_tls(const std::string& cert_file, const std::string& key_f
     return configure_tls(cert_pem, key_pem, "'" + cert_file + "'", "'" + key_file + "'", error);
 }
 
-bool http_server::use_tls_pem(const std::string& certificate_pem, const std::string& key_pem, std::string& error) {
+bool http_server::use_tls_pem(const std::string& certificate_pem, const std::string& key_pem,
+                              std::string& error) {
     return configure_tls(certificate_pem, key_pem, "the certificate", "the private key", error);
 }
 
-bool http_server::configure_tls(const std::string& cert_pem, const std::string& key_pem, const std::string& cert_name,
-                                const std::string& key_name, std::string& error) {
+bool http_server::configure_tls(const std::string& cert_pem, const std::string& key_pem,
+                                const std::string& cert_name, const std::string& key_name,
+                                std::string& error) {
     auto context = std::make_unique<net::ssl::context>(net::ssl::context::tls_server);
     SSL_CTX* ctx = context->native_handle();
     SSL_CTX_set_min_proto_version(ctx, TLS1_2_VERSION);
     context->set_options(net::ssl::context::default_workarounds | net::ssl::context::single_dh_use |
                          net::ssl::context::no_compression);
-    const std::string mismatch = "the private key " + key_name + " does not belong to the certificate " + cert_name;
+    const std::string mismatch =
+        "the private key " + key_name + " does not belong to the certificate " + cert_name;
     error_code ec;
     context->use_certificate_chain(net::buffer(cert_pem), ec);
     if (ec) {
@@ -163,7 +166,8 @@ bool http_server::configure_tls(const std::string& cert_pem, const std::string& 
     if (ec) {
         bool other_key = ec.category() == net::error::get_ssl_category() &&
                          ERR_GET_REASON(static_cast<unsigned long>(ec.value())) == X509_R_KEY_VALUES_MISMATCH;
-        error = other_key ? mismatch : key_name + " holds no PEM private key that can be used (" + ec.message() + ")";
+        error = other_key ? mismatch
+                          : key_name + " holds no PEM private key that can be used (" + ec.message() + ")";
         return false;
     }
     if (SSL_CTX_check_private_key(ctx) != 1) {

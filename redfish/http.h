@@ -1,6 +1,6 @@
-// The Redfish service and inventory page over HTTP/1.1 (or HTTPS: use_tls()): GET and HEAD of every resource of
-// redfish/service.h, "/" the inventory page. Read-only: any other method is answered 405 with
-// "Allow: GET, HEAD".
+// The Redfish service and inventory page over HTTP/1.1 (or HTTPS: use_tls()): GET and HEAD of every resource
+// of redfish/service.h, "/" the inventory page. Read-only: any other method is answered 405 with "Allow: GET,
+// HEAD".
 //
 // The engine is Boost.Beast over Boost.Asio, event-driven: a few threads (one per core, at
 // most four) serve every connection, and no connection holds a thread while it waits for a

@@ -37,7 +37,9 @@ bool same_hash(const std::string& a, const std::string& b) {
     return diff == 0;
 }
 
-bool starts_with(const std::string& s, const char* prefix) { return s.compare(0, strlen(prefix), prefix) == 0; }
+bool starts_with(const std::string& s, const char* prefix) {
+    return s.compare(0, strlen(prefix), prefix) == 0;
+}
 
 // The most work a hash may ask for, so that neither the start nor a login takes more than
 // about a second: htpasswd's highest bcrypt cost, and a million SHA crypt rounds.
@@ -61,11 +63,13 @@ const char* refused_scheme(const std::string& hash) {
             char* end = nullptr;
             errno = 0;
             unsigned long rounds = strtoul(digits, &end, 10);
-            if (end == digits || errno != 0 || rounds > kMaxShaRounds) return "more than 1000000 SHA crypt rounds";
+            if (end == digits || errno != 0 || rounds > kMaxShaRounds)
+                return "more than 1000000 SHA crypt rounds";
         }
         return nullptr;
     }
-    if (starts_with(hash, "$apr1$")) return "Apache MD5 hashes ($apr1$, htpasswd -m) are refused; use htpasswd -B";
+    if (starts_with(hash, "$apr1$"))
+        return "Apache MD5 hashes ($apr1$, htpasswd -m) are refused; use htpasswd -B";
     if (starts_with(hash, "{SHA}")) return "SHA-1 hashes ({SHA}, htpasswd -s) are refused; use htpasswd -B";
     if (starts_with(hash, "$")) return "unknown hash scheme; use htpasswd -B (bcrypt), -2 or -5 (SHA crypt)";
     return "plain-text or DES crypt passwords (htpasswd -p or -d) are refused; use htpasswd -B";

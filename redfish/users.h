@@ -7,9 +7,9 @@
 // ("$5$"; htpasswd -2) or SHA-512 crypt ("$6$"; htpasswd -5). Any other scheme (plain text,
 // Apache's MD5 "$apr1$", "{SHA}", traditional DES crypt) is refused with its line, as are an
 // empty name, a name given twice, an unknown role, and a hash that asks for more work than a
-// login should take (a bcrypt cost above 17, more than a million SHA crypt rounds). ROLE is one of the Redfish predefined
-// roles "Administrator", "Operator" and "ReadOnly" (the default). Blank lines are skipped; a
-// line may end in CR LF.
+// login should take (a bcrypt cost above 17, more than a million SHA crypt rounds). ROLE is one of the
+// Redfish predefined roles "Administrator", "Operator" and "ReadOnly" (the default). Blank lines are skipped;
+// a line may end in CR LF.
 //
 // Passwords are checked with crypt_r of libcrypt (libxcrypt), and the computed hash is
 // compared with the stored one in constant time. A name that has no account costs the same

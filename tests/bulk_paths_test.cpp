@@ -44,9 +44,9 @@ class BulkFilter : public testutil::IngestTest {};
 TEST_F(BulkFilter, KeepsThePrintableBytesWhereverTheOthersFall) {
     const size_t buffer = 64 * 1024;
     std::string printable(3 * buffer + 17, 'x'), edges = printable, mixed, values;
-    for (size_t at : {size_t(0), size_t(15), size_t(16), size_t(31), size_t(32), size_t(63), size_t(64),
-                      size_t(127), size_t(128), buffer - 1, buffer, buffer + 32, buffer + 64, 2 * buffer - 1,
-                      edges.size() - 1})
+    for (size_t at :
+         {size_t(0), size_t(15), size_t(16), size_t(31), size_t(32), size_t(63), size_t(64), size_t(127),
+          size_t(128), buffer - 1, buffer, buffer + 32, buffer + 64, 2 * buffer - 1, edges.size() - 1})
         edges[at] = '\n';
     for (unsigned v = 0; v < 256; ++v) {
         // A line feed starts a run, so the run's first 64-byte block holds byte v at lane v % 64

@@ -158,21 +158,28 @@ TEST_F(DbClient, ReusedContentValuesKeepOneSlotPerColumn) {
     };
     const struct {
         const char* what;
-        std::vector<std::vector<put>> rows;  // rows put before the one checked, then it
+        std::vector<std::vector<put>> rows;                       // rows put before the one checked, then it
         std::vector<std::pair<const char*, const char*>> expect;  // the last row's columns
     } cases[] = {
-        {"same shape twice", {{{"Role", "a"}, {"ProtocolType", "b"}}, {{"Role", "c"}, {"ProtocolType", "d"}}},
+        {"same shape twice",
+         {{{"Role", "a"}, {"ProtocolType", "b"}}, {{"Role", "c"}, {"ProtocolType", "d"}}},
          {{"Role", "c"}, {"ProtocolType", "d"}}},
-        {"order swapped", {{{"Role", "a"}, {"ProtocolType", "b"}}, {{"ProtocolType", "d"}, {"Role", "c"}}},
+        {"order swapped",
+         {{{"Role", "a"}, {"ProtocolType", "b"}}, {{"ProtocolType", "d"}, {"Role", "c"}}},
          {{"Role", "c"}, {"ProtocolType", "d"}}},
-        {"a repeat in the next row", {{{"Role", "a"}, {"ProtocolType", "b"}}, {{"ProtocolType", "d"}, {"ProtocolType", "e"}}},
+        {"a repeat in the next row",
+         {{{"Role", "a"}, {"ProtocolType", "b"}}, {{"ProtocolType", "d"}, {"ProtocolType", "e"}}},
          {{"ProtocolType", "e"}}},
         {"a repeat where the row before had another column",
-         {{{"Role", "a"}, {"ProtocolType", "b"}, {"iSCSI", "c"}}, {{"iSCSI", "x"}, {"ProtocolType", "y"}, {"ISCSI", "z"}}},
+         {{{"Role", "a"}, {"ProtocolType", "b"}, {"iSCSI", "c"}},
+          {{"iSCSI", "x"}, {"ProtocolType", "y"}, {"ISCSI", "z"}}},
          {{"iSCSI", "z"}, {"ProtocolType", "y"}}},
-        {"a repeat in another case", {{{"Role", "a"}}, {{"Role", "b"}, {"ROLE", "c"}, {"role", "d"}}},
+        {"a repeat in another case",
+         {{{"Role", "a"}}, {{"Role", "b"}, {"ROLE", "c"}, {"role", "d"}}},
          {{"Role", "d"}}},
-        {"a shorter row", {{{"Role", "a"}, {"ProtocolType", "b"}, {"iSCSI", "c"}}, {{"Role", "e"}}}, {{"Role", "e"}}},
+        {"a shorter row",
+         {{{"Role", "a"}, {"ProtocolType", "b"}, {"iSCSI", "c"}}, {{"Role", "e"}}},
+         {{"Role", "e"}}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);

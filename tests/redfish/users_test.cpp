@@ -42,9 +42,9 @@ TEST(RedfishUsers, HashesOfEachAcceptedSchemeCheckTheirPassword) {
         SCOPED_TRACE(s.what);
         std::string line = htpasswd(s.flags, "admin", "s3cret pass");
         ASSERT_FALSE(line.empty()) << "htpasswd (apache2-utils) is needed";
-        redfish::users u = redfish::users::parse(line + ":Administrator\r\n\nreader:" +
-                                                     htpasswd(s.flags, "x", "other").substr(2) + "\n",
-                                                 "users.txt");
+        redfish::users u = redfish::users::parse(
+            line + ":Administrator\r\n\nreader:" + htpasswd(s.flags, "x", "other").substr(2) + "\n",
+            "users.txt");
         ASSERT_EQ(2u, u.accounts().size());
         const redfish::account* a = u.check("admin", "s3cret pass");
         ASSERT_NE(nullptr, a);

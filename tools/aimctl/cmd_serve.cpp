@@ -89,7 +89,8 @@ int run_serve(const std::vector<std::string>& args) {
     fprintf(stderr, "aimctl serve: at most %zu connections at once (open-file limit %zu)\n",
             server.max_connections(), server.open_file_limit());
     if (!fingerprint.empty())
-        fprintf(stderr, "aimctl serve: self-signed certificate, SHA-256 fingerprint %s\n", fingerprint.c_str());
+        fprintf(stderr, "aimctl serve: self-signed certificate, SHA-256 fingerprint %s\n",
+                fingerprint.c_str());
 
     std::thread watcher([&] {
         int sig = 0;
@@ -109,7 +110,8 @@ int run_serve(const std::vector<std::string>& args) {
 }  // namespace
 
 AIMCTL_COMMAND("serve", "serve an inventory database as Redfish and an inventory page",
-               "usage: aimctl serve --db DB [--bind ADDR] [--port N] [--tls | --tls-cert FILE --tls-key FILE]\n\n"
+               "usage: aimctl serve --db DB [--bind ADDR] [--port N]\n"
+               "                    [--tls | --tls-cert FILE --tls-key FILE]\n\n"
                "Serves the inventory database DB over HTTP/1.1 as a read-only Redfish service\n"
                "(GET and HEAD of every resource that 'aimctl redfish' shows) and, at /, an\n"
                "inventory page that shows each adapter by slot. The resources are kept between\n"
@@ -120,18 +122,20 @@ AIMCTL_COMMAND("serve", "serve an inventory database as Redfish and an inventory
                "  --port N     port (default 8000; 0 picks a free port)\n"
                "  --tls-cert FILE, --tls-key FILE\n"
                "               serve HTTPS (TLS 1.2 and 1.3) with this PEM certificate chain and\n"
-               "               its PEM private key; a plain-HTTP request on the port gets no answer\n"
+               "               its PEM private key; a plain-HTTP request on the port gets no\n"
+               "               answer\n"
                "  --tls        serve HTTPS with a certificate made at start: self-signed, ECDSA\n"
                "               P-256, valid one year, for ADDR; its SHA-256 fingerprint goes to\n"
                "               standard error\n\n"
-               "The first line printed is 'listening on http://ADDR:PORT' (https with TLS); standard error then\n"
-               "says how many connections are served at once (at most 1024, fewer when the\n"
-               "open-file limit is lower). A connection is closed after 60 s without a request,\n"
-               "or when a request's header is not complete 15 s after its first byte. A header\n"
-               "over 8 KiB (431), a URI over 2 KiB (414) or a request body (413) is refused and\n"
-               "the connection closed. SIGINT or SIGTERM stops the server.\n\n"
-               "Exit status: 0 when stopped by a signal, 1 when DB does not exist or the address\n"
-               "cannot be bound, 2 for bad arguments or a certificate or key that cannot be used.\n",
+               "The first line printed is 'listening on http://ADDR:PORT' (https with TLS);\n"
+               "standard error then says how many connections are served at once (at most 1024,\n"
+               "fewer when the open-file limit is lower). A connection is closed after 60 s\n"
+               "without a request, or when a request's header is not complete 15 s after its\n"
+               "first byte. A header over 8 KiB (431), a URI over 2 KiB (414) or a request body\n"
+               "(413) is refused and the connection closed. SIGINT or SIGTERM stops the server.\n\n"
+               "Exit status: 0 when stopped by a signal, 1 when DB does not exist, the address\n"
+               "cannot be bound or --tls cannot make its certificate, 2 for bad arguments or a\n"
+               "certificate or key file that cannot be used.\n",
                run_serve);
 
 }  // namespace aimctl
