@@ -24,6 +24,7 @@
 #include <utility>
 #include <vector>
 
+#include "redfish/access.h"
 #include "redfish/cache.h"
 #include "redfish/protocol.h"
 
@@ -45,7 +46,7 @@ const size_t kReservedFiles = 64;  // the listener, the database, standard strea
 const size_t kHeaderLimit = 8 * 1024;
 const size_t kTargetLimit = 2 * 1024;
 const size_t kLingerBytes = 64 * 1024;
-const size_t kBodyLimit = 8 * 1024;  // of a GET's body, which is read and ignored
+const size_t kBodyLimit = 8 * 1024;  // of a request's body (a login's; a GET's is read and ignored)
 
 // ---- Streams ----------------------------------------------------------------------------------
 
@@ -128,8 +129,15 @@ class connection : public watched, public std::enable_shared_from_this<connectio
 public:
     // `dog` (null for an in-memory stream, which never waits) closes the connection when a
     // deadline passes.
-    connection(Stream stream, resource_cache& cache, std::atomic<size_t>& open, watchdog* dog)
-        : stream_(std::move(stream)), buffer_(kHeaderLimit + 4096), cache_(cache), open_(open), dog_(dog) {
+    // `access` (null: no users file) checks who asks.
+    connection(Stream stream, resource_cache& cache, access_control* access, std::atomic<size_t>& open,
+               watchdog* dog)
+        : stream_(std::move(stream)),
+          buffer_(kHeaderLimit + 4096),
+          cache_(cache),
+          access_(access),
+          open_(open),
+          dog_(dog) {
         ++open_;
     }
     ~connection() override {
@@ -221,8 +229,8 @@ private:
             return respond(error_reply(431, "The request header is larger than 8 KiB."), after::linger,
                            false);
         }
-        // A body announced larger than a GET may bring (the parser checks the length with the
-        // header).
+        // A body announced larger than a request may bring (the parser checks the length with
+        // the header).
         if (ec == http::error::body_limit) return respond(error_reply(413, ""), after::linger, false);
         // A request that cannot be parsed is answered; a client that left (before or inside a
         // request) or a broken connection is not.
@@ -238,11 +246,8 @@ private:
         bool head = req.method() == http::verb::head;
         if (req.target().size() > kTargetLimit)
             return respond(error_reply(414, "The URI is longer than 2 KiB."), after::linger, head);
-        bool reads = req.method() == http::verb::get || head;
-        if (!reads)
-            return respond(error_reply(405, ""), parser_->is_done() ? after::keep : after::linger, false);
         if (!parser_->is_done()) {
-            // A body of a GET or HEAD: read (and then ignored) when small, else refused.
+            // A body: read when small (a GET's then ignored), else refused.
             if (parser_->content_length().value_or(0) > kBodyLimit)
                 return respond(error_reply(413, ""), after::linger, head);
             http::async_read(stream_, buffer_, *parser_, [self = shared_from_this()](error_code ec, size_t) {
@@ -261,6 +266,7 @@ private:
         const auto& req = parser_->get();
         bool head = req.method() == http::verb::head;
         request_view view;
+        view.method = std::string(req.method_string());
         view.target = std::string(req.target());
         auto header = [&](const char* name) {
             auto it = req.find(name);
@@ -269,7 +275,10 @@ private:
         view.odata_version = header("OData-Version");
         view.odata_max_version = header("OData-MaxVersion");
         view.if_none_match = header("If-None-Match");
-        respond(answer(view, cache_), req.keep_alive() ? after::keep : after::close, head);
+        view.authorization = header("Authorization");
+        view.auth_token = header("X-Auth-Token");
+        view.body = req.body();
+        respond(answer(view, cache_, access_), req.keep_alive() ? after::keep : after::close, head);
     }
 
     // What follows an answer: the next request, closing, or closing after whatever the client
@@ -285,7 +294,7 @@ private:
         for (const auto& h : answer_headers(reply_)) res_.set(h.first, h.second);
         res_.keep_alive(next == after::keep);
         using span = http::span_body<const char>::value_type;
-        if (reply_.status == 304) {
+        if (reply_.status == 304 || reply_.status == 204) {
             res_.body() = span();
         } else {
             const std::string& text = reply_.body->body;
@@ -328,6 +337,7 @@ private:
     http::response<http::span_body<const char>> res_;
     reply reply_;  // owns the text that res_ points at while it is written
     resource_cache& cache_;
+    access_control* access_;
     std::atomic<size_t>& open_;
     watchdog* dog_;
     std::list<std::weak_ptr<watched>>::iterator watch_;

@@ -33,6 +33,7 @@ json service_root() {
     j["Managers"] = link(kRoot + "/Managers");
     j["UpdateService"] = link(kRoot + "/UpdateService");
     j["SessionService"] = link(kRoot + "/SessionService");
+    j["AccountService"] = link(kRoot + "/AccountService");
     j["JsonSchemas"] = link(schemas_uri());
     j["Links"] = json{{"Sessions", link(kRoot + "/SessionService/Sessions")}};
     return j;
@@ -70,7 +71,7 @@ json odata_document() {
     json value = json::array();
     value.push_back(json{{"name", "Service"}, {"kind", "Singleton"}, {"url", kRoot + "/"}});
     for (const char* name :
-         {"Systems", "Chassis", "Managers", "UpdateService", "SessionService", "JsonSchemas"})
+         {"Systems", "Chassis", "Managers", "UpdateService", "SessionService", "AccountService", "JsonSchemas"})
         value.push_back(json{{"name", name}, {"kind", "Singleton"}, {"url", kRoot + "/" + name}});
     value.push_back(
         json{{"name", "Sessions"}, {"kind", "Singleton"}, {"url", kRoot + "/SessionService/Sessions"}});

@@ -69,10 +69,11 @@ struct http_server::impl {
                 socket.set_option(tcp::no_delay(true), ignored);
                 if (tls_context) {
                     std::make_shared<connection<tls_stream>>(tls_stream(std::move(socket), *tls_context),
-                                                             cache, open, &dog)
+                                                             cache, access.get(), open, &dog)
                         ->start();
                 } else {
-                    std::make_shared<connection<tcp::socket>>(std::move(socket), cache, open, &dog)->start();
+                    std::make_shared<connection<tcp::socket>>(std::move(socket), cache, access.get(), open, &dog)
+                        ->start();
                 }
             }
             accept();
@@ -90,6 +91,7 @@ struct http_server::impl {
 
     resource_cache cache;
     std::unique_ptr<net::ssl::context> tls_context;  // null: plain HTTP
+    std::unique_ptr<access_control> access;          // null: no users file
     std::atomic<size_t> open{0};
     watchdog dog;
     size_t file_limit = 0, max_connections = kMaxConnections;
@@ -180,6 +182,20 @@ bool http_server::configure_tls(const std::string& cert_pem, const std::string& 
 
 bool http_server::tls() const { return p_->tls_context != nullptr; }
 
+void http_server::require_login(users accounts, const access_options& options) {
+    p_->access = std::make_unique<access_control>(std::move(accounts), options);
+}
+
+int http_server::loopback(const std::string& address) {
+    net::io_context ioc;
+    tcp::resolver resolver(ioc);
+    error_code ec;
+    auto endpoints = resolver.resolve(address, "0", tcp::resolver::passive, ec);
+    if (ec || endpoints.empty()) return -1;
+    // bind() listens on the first.
+    return endpoints.begin()->endpoint().address().is_loopback() ? 1 : 0;
+}
+
 int http_server::bind(const std::string& address, int port) {
     error_code ec;
     tcp::resolver resolver(*p_->loops[0]);
@@ -226,14 +242,14 @@ void http_server::stop() {
     for (auto& loop : p_->loops) loop->stop();
 }
 
-std::string answer_connection(resource_cache& cache, const std::string& input) {
+std::string answer_connection(resource_cache& cache, const std::string& input, access_control* access) {
     net::io_context ioc;
     beast::test::stream server(ioc), client(ioc);
     server.connect(client);
     server.append(input);
     client.close();
     std::atomic<size_t> open{0};
-    std::make_shared<connection<beast::test::stream>>(std::move(server), cache, open, nullptr)->start();
+    std::make_shared<connection<beast::test::stream>>(std::move(server), cache, access, open, nullptr)->start();
     ioc.run();
     return std::string(client.str());
 }

@@ -1,5 +1,4 @@
-// The controller itself and its session service (no session can be made: the service is
-// read-only and has no accounts).
+// The controller itself.
 #include "redfish/resources.h"
 
 namespace redfish {
@@ -16,18 +15,6 @@ void add_managers(const model&, routes& out) {
                        j["Links"] = json{{"ManagerForServers", links({kSystem})},
                                          {"ManagerForChassis", links({kChassisUri})}};
                        return found(j);
-                   }});
-    const std::string sessions = kRoot + "/SessionService";
-    out.push_back({sessions, [sessions] {
-                       json j = resource(sessions, kSessionServiceType, "SessionService", "Session Service");
-                       j["ServiceEnabled"] = false;
-                       j["Status"] = enabled();
-                       j["Sessions"] = link(sessions + "/Sessions");
-                       return found(j);
-                   }});
-    out.push_back({sessions + "/Sessions", [sessions] {
-                       return found(collection(sessions + "/Sessions", collection_type("SessionCollection"),
-                                               "Session Collection", {}));
                    }});
 }
 

@@ -28,6 +28,10 @@ const schema_type kSoftwareInventoryType{"SoftwareInventory", "v1_2_0", "Softwar
 const schema_type kUpdateServiceType{"UpdateService", "v1_0_0", "UpdateService"};
 const schema_type kManagerType{"Manager", "v1_0_0", "Manager"};
 const schema_type kSessionServiceType{"SessionService", "v1_0_0", "SessionService"};
+const schema_type kSessionType{"Session", "v1_0_0", "Session"};
+const schema_type kAccountServiceType{"AccountService", "v1_0_0", "AccountService"};
+const schema_type kManagerAccountType{"ManagerAccount", "v1_0_0", "ManagerAccount"};
+const schema_type kRoleType{"Role", "v1_2_0", "Role"};
 const schema_type kMessageType{"Message", "v1_1_1", "Message"};
 const schema_type kJsonSchemaFileType{"JsonSchemaFile", "v1_0_0", "JsonSchemaFile"};
 
@@ -52,6 +56,8 @@ const std::vector<const schema_type*>& dmtf_types() {
         {"SoftwareInventoryCollection", "", "SoftwareInventoryCollection"},
         {"ManagerCollection", "", "ManagerCollection"},
         {"SessionCollection", "", "SessionCollection"},
+        {"ManagerAccountCollection", "", "ManagerAccountCollection"},
+        {"RoleCollection", "", "RoleCollection"},
         {"JsonSchemaFileCollection", "", "JsonSchemaFileCollection"},
     };
     static const std::vector<const schema_type*> all = [] {
@@ -70,6 +76,10 @@ const std::vector<const schema_type*>& dmtf_types() {
                                                &kUpdateServiceType,
                                                &kManagerType,
                                                &kSessionServiceType,
+                                               &kSessionType,
+                                               &kAccountServiceType,
+                                               &kManagerAccountType,
+                                               &kRoleType,
                                                &kMessageType,
                                                &kJsonSchemaFileType};
         for (const schema_type& c : collections) out.push_back(&c);

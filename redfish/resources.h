@@ -8,7 +8,8 @@
 //   storage.cpp    storage controllers and their drives (below the chassis)
 //   chassis.cpp    the chassis, network adapters, ports and network device functions
 //   firmware.cpp   the update service and the firmware inventory
-//   managers.cpp   the controller and the session service
+//   managers.cpp   the controller
+//   accounts.cpp   the account service (roles, accounts) and the session service
 #pragma once
 
 #include <functional>
@@ -16,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "redfish/access.h"
 #include "redfish/model.h"
 #include "redfish/service.h"
 
@@ -35,7 +37,7 @@ struct schema_type {
 extern const schema_type kServiceRootType, kComputerSystemType, kPCIeDeviceType, kPCIeFunctionType,
     kProcessorType, kStorageType, kDriveType, kChassisType, kNetworkAdapterType, kPortType,
     kNetworkDeviceFunctionType, kSoftwareInventoryType, kUpdateServiceType, kManagerType, kSessionServiceType,
-    kMessageType, kJsonSchemaFileType;
+    kSessionType, kAccountServiceType, kManagerAccountType, kRoleType, kMessageType, kJsonSchemaFileType;
 // Every DMTF type the service may send, collections included.
 const std::vector<const schema_type*>& dmtf_types();
 // The collection type of that name ("PCIeDeviceCollection").
@@ -107,5 +109,23 @@ void add_storage(const model& m, routes& out);
 void add_chassis(const model& m, routes& out);
 void add_firmware(const model& m, routes& out);
 void add_managers(const model& m, routes& out);
+void add_accounts(const model& m, routes& out);
+
+// ---- Accounts and sessions ---------------------------------------------------------------------
+// The resources of the account and session services, as add_accounts() serves them without a
+// users file (`access` null) and redfish/protocol.cpp with one.
+
+extern const char* const kSessionServiceUri;  // /redfish/v1/SessionService
+extern const char* const kSessionsUri;        // /redfish/v1/SessionService/Sessions
+extern const char* const kAccountServiceUri;  // /redfish/v1/AccountService
+extern const char* const kAccountsUri;        // /redfish/v1/AccountService/Accounts
+std::string session_uri(const session& s);
+std::string account_uri(const account& a);
+json session_service(const access_control* access);
+json session_collection(const std::vector<session>& members);
+json session_resource(const session& s);
+json account_service(const access_control* access);
+json account_collection(const access_control* access);
+json manager_account(const account& a, bool locked);
 
 }  // namespace redfish

@@ -54,11 +54,13 @@ struct response {
 };
 
 // The Redfish error object of a status, with the Base message registry's message:
-// 400 GeneralError, 404 ResourceMissingAtURI (the URI in `detail`), 405 OperationNotAllowed,
-// 412 HeaderInvalid (the header in `detail`), 413 PayloadTooLarge, 500 InternalError; other
-// statuses GeneralError. `detail` also becomes the error's message where the registry's has
+// 400 GeneralError, 401 NoValidSession, 403 InsufficientPrivilege, 404 ResourceMissingAtURI (the
+// URI in `detail`), 405 OperationNotAllowed, 412 HeaderInvalid (the header in `detail`), 413
+// PayloadTooLarge, 500 InternalError, 503 SessionLimitExceeded; other statuses GeneralError.
+// `message_id` names another of the registry's messages (MalformedJSON, PropertyMissing with
+// the property in `detail`). `detail` also becomes the error's message where the registry's has
 // no argument for it.
-json error_body(int status, const std::string& detail);
+json error_body(int status, const std::string& detail, const char* message_id = nullptr);
 
 // JSON text of a body: invalid UTF-8 in texts from the database becomes U+FFFD, so that
 // any bytes come out as valid JSON. `indent` < 0: compact.
