@@ -22,9 +22,13 @@ serves it with `aimctl serve --port 0`, and then:
               the port and a TLS 1.1 handshake get no answer, a stalled handshake is closed
               after 15 s; certificate and key files that cannot be used exit 2; --tls alone
               serves a certificate made at start, whose fingerprint it prints;
+  --users     (with --tls) all of the above with a users file made by `htpasswd -B`: the
+              crawler and ab with HTTP Basic credentials, redfishtool and sushy with sessions
+              (which they end); 401 without or with wrong credentials, lockout, a session's
+              expiry (--session-timeout), and the bind rules (exit 2);
 and stops the server with SIGTERM (exit 0). Prints '1 passed, 0 failed' or the failures.
 """
-import argparse, hashlib, json, os, re, signal, socket, sqlite3, ssl, subprocess, sys, tempfile, time
+import argparse, base64, hashlib, json, os, re, signal, socket, sqlite3, ssl, subprocess, sys, tempfile, time
 import urllib.error, urllib.request
 
 # The test's certificate is its own: clients do not check it.
@@ -57,11 +61,33 @@ def run(cmd, **kw):
     return subprocess.run(cmd, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, timeout=120, **kw)
 
 
+# The users file's accounts (name, password, role), made with htpasswd -B.
+ACCOUNTS = [("admin", "admin pass", "Administrator"), ("operator", "op:pass", "Operator"),
+            ("reader", "reader pass", None), ("lockme", "lock pass", None)]
+
+
+def make_users(directory):
+    path = os.path.join(directory, "users")
+    for i, (name, password, role) in enumerate(ACCOUNTS):
+        r = run(["htpasswd", "-b", "-B", "-C", "5"] + (["-c"] if i == 0 else []) + [path, name, password])
+        if r.returncode != 0:
+            raise SystemExit("htpasswd failed: " + r.stderr)
+    with open(path) as f:
+        lines = f.read().splitlines()
+    with open(path, "w") as f:
+        for line, (name, password, role) in zip(lines, ACCOUNTS):
+            f.write(line + (":" + role if role else "") + "\n")
+    return path
+
+
 class Service:
-    def __init__(self, aimctl, db, tls=None):
-        """`tls`: (certificate file, key file) to serve HTTPS."""
+    def __init__(self, aimctl, db, tls=None, users=None, extra=()):
+        """`tls`: (certificate file, key file) to serve HTTPS; `users`: the users file, whose
+        first account then reads the service."""
         self.tls = tls
-        extra = ["--tls-cert", tls[0], "--tls-key", tls[1]] if tls else []
+        self.credentials = ACCOUNTS[0][:2] if users else None
+        extra = list(extra) + (["--tls-cert", tls[0], "--tls-key", tls[1]] if tls else []) + \
+            (["--users", users] if users else [])
         self.proc = subprocess.Popen([aimctl, "serve", "--db", db, "--port", "0"] + extra, stdout=subprocess.PIPE,
                                      stderr=subprocess.PIPE, text=True)
         line = self.proc.stdout.readline().strip()
@@ -72,8 +98,15 @@ class Service:
         self.port = int(m.group(1))
         self.base = "%s://127.0.0.1:%d" % (self.scheme, self.port)
 
-    def get(self, uri, method="GET"):
-        req = urllib.request.Request(self.base + uri, method=method)
+    def get(self, uri, method="GET", headers=None, body=None, credentials="default"):
+        """Status, headers and body of a request, with the service's credentials unless told
+        otherwise (None: none)."""
+        headers = dict(headers or {})
+        credentials = self.credentials if credentials == "default" else credentials
+        if credentials:
+            headers["Authorization"] = "Basic " + base64.b64encode(("%s:%s" % credentials).encode()).decode()
+        req = urllib.request.Request(self.base + uri, method=method, headers=headers,
+                                     data=json.dumps(body).encode() if body is not None else None)
         try:
             with urllib.request.urlopen(req, timeout=20, context=UNCHECKED if self.tls else None) as r:
                 return r.status, dict(r.headers), r.read()
@@ -167,7 +200,8 @@ def crawl(svc, db):
             check(js.get("Members@odata.count") == len(js.get("Members", [None])), "%s miscounts its Members" % uri)
         else:
             check(js.get("Id"), "%s has no Id" % uri)
-            if not t.startswith(("#ServiceRoot.", "#JsonSchemaFile.")):
+            # (Types whose schema has no Status.)
+            if not t.startswith(("#ServiceRoot.", "#JsonSchemaFile.", "#Role.", "#ManagerAccount.", "#Session.")):
                 check(isinstance(js.get("Status"), dict) and js["Status"].get("State"), "%s has no Status.State" % uri)
         out = set()
         links(js, out)
@@ -262,7 +296,9 @@ def rows_under_own_device(resources):
 
 
 def redfishtool(svc, resources, machine):
-    tool = ["redfishtool", "-S", "Always" if svc.tls else "Never", "-A", "None", "-r", "127.0.0.1:%d" % svc.port]
+    tool = ["redfishtool", "-S", "Always" if svc.tls else "Never", "-r", "127.0.0.1:%d" % svc.port]
+    # With a users file: redfishtool's session login (and logout at its end).
+    tool += ["-A", "Session", "-u", svc.credentials[0], "-p", svc.credentials[1]] if svc.credentials else ["-A", "None"]
     picks = [["Systems"], ["Systems", "Processors"], ["Chassis"]]
     for kind in ["/PCIeDevices/", "/Drives/", "/FirmwareInventory/"]:
         uris = sorted(u for u in resources if kind in u and u.rsplit("/", 1)[0].endswith(kind.strip("/")))
@@ -290,8 +326,9 @@ def sushy_reads(svc, db, machine):
     # The service root is read through the public connector, which checks certificates
     # unless it is given one that does not.
     public = connector.Connector(svc.base, verify=False) if svc.tls else None
-    root = sushy.Sushy(svc.base + "/redfish/v1", auth=auth.BasicAuth("user", "password"), verify=not svc.tls,
-                       public_connector=public)
+    # With a users file: sushy's default, a session (Basic credentials only when that fails).
+    login = auth.SessionOrBasicAuth(*svc.credentials) if svc.credentials else auth.BasicAuth("user", "password")
+    root = sushy.Sushy(svc.base + "/redfish/v1", auth=login, verify=not svc.tls, public_connector=public)
     system = root.get_system("/redfish/v1/Systems/system")
     check(system.identity == "system", "sushy: system Id %r" % system.identity)
 
@@ -359,10 +396,20 @@ def sushy_reads(svc, db, machine):
     ids = {f.software_id for f in inventory if f.software_id}
     check(ids == {r["SoftwareID"] for t in ("Firmwares", "PldmDeviceFirmware") for r in rows(db, t)
                   if r.get("SoftwareID") not in (None, "", "N/A")}, "sushy: software ids differ")
+    if svc.credentials:
+        check(isinstance(login.get_session_key(), str) and len(login.get_session_key()) == 64,
+              "sushy made no session")
+        resource = login.get_session_resource_id()
+        status, headers, body = svc.get(resource)
+        check(status == 200 and json.loads(body)["UserName"] == svc.credentials[0],
+              "sushy's session %s answers %s" % (resource, status))
+        login.close()
+        check(svc.get(resource)[0] == 404, "sushy's session outlived its close()")
 
 
 def load(svc):
-    r = run(["ab", "-q", "-n", "2000", "-c", "50", svc.base + "/redfish/v1/Systems/system"])
+    basic = ["-A", "%s:%s" % svc.credentials] if svc.credentials else []
+    r = run(["ab", "-q", "-n", "2000", "-c", "50"] + basic + [svc.base + "/redfish/v1/Systems/system"])
     if not check(r.returncode == 0, "ab exits %d: %s" % (r.returncode, r.stderr[-300:])):
         return
     field = lambda name: re.search(r"^%s:\s+([\d.]+)" % re.escape(name), r.stdout, re.M)
@@ -392,6 +439,8 @@ def raw_request(port, data, timeout=10, tls=False):
 
 def hostile(svc):
     p = svc.port
+    # With a users file, what needs credentials is refused for want of them first.
+    locked = ("401",) if svc.credentials else None
     cases = [
         (b"GET /" + b"a" * 20000 + b" HTTP/1.1\r\nHost: x\r\n\r\n", ("414", "400")),
         (b"GET /redfish/v1 HTTP/1.1\r\nHost: x\r\nX-Big: " + b"b" * 20000 + b"\r\n\r\n", ("431", "400", "413")),
@@ -403,8 +452,8 @@ def hostile(svc):
         (b"GET /redfish/v1/%C0%AF HTTP/1.1\r\nHost: x\r\n\r\n", ("400",)),
         (b"GET /redfish/v1/%ED%A0%80 HTTP/1.1\r\nHost: x\r\n\r\n", ("400",)),
         (b"POST /redfish/v1/SessionService/Sessions HTTP/1.1\r\nHost: x\r\nContent-Type: application/json\r\n"
-         b"Content-Length: 37\r\n\r\n{\"UserName\":\"a\",\"Password\":\"secret\"}", ("405",)),
-        (b"DELETE /redfish/v1/Systems/system HTTP/1.1\r\nHost: x\r\n\r\n", ("405",)),
+         b"Content-Length: 36\r\n\r\n{\"UserName\":\"a\",\"Password\":\"secret\"}", locked or ("405",)),
+        (b"DELETE /redfish/v1/Systems/system HTTP/1.1\r\nHost: x\r\n\r\n", locked or ("405",)),
         (b"BREW /redfish/v1 HTTP/1.1\r\nHost: x\r\n\r\n", ("405", "400")),
         (b"\x16\x03\x01\x02\x00\x01\x00\x01\xfc\x03\x03" + bytes(range(32)) + b"\r\n\r\n", ("400", "")),
     ]
@@ -502,6 +551,70 @@ def tls_edges(svc, aimctl, db, tmp):
                                                                                      r.stderr[-300:]))
 
 
+def login(svc, name, password):
+    """The token and URI of a new session, or (None, status)."""
+    status, headers, body = svc.get("/redfish/v1/SessionService/Sessions", method="POST", credentials=None,
+                                    headers={"Content-Type": "application/json"},
+                                    body={"UserName": name, "Password": password})
+    if status != 201:
+        return None, status
+    return headers.get("X-Auth-Token"), headers.get("Location")
+
+
+def auth_edges(svc, aimctl, db, users):
+    """What needs credentials, lockout, a session's expiry and the bind rules."""
+    device = "/redfish/v1/Systems/system"
+    for creds, what in [(None, "no credentials"), (("admin", "wrong"), "a wrong password"),
+                        (("nobody", "admin pass"), "an unknown user")]:
+        status, headers, body = svc.get(device, credentials=creds)
+        check(status == 401 and headers.get("WWW-Authenticate", "").startswith("Basic realm="),
+              "%s: %s, WWW-Authenticate %r" % (what, status, headers.get("WWW-Authenticate")))
+        check(b"admin pass" not in body and b"nobody" not in body, "%s: the answer tells %r" % (what, body[:300]))
+    for uri in ["/redfish", "/redfish/v1", "/redfish/v1/$metadata", "/redfish/v1/odata", "/"]:
+        check(svc.get(uri, credentials=None)[0] == 200, "%s needs credentials" % uri)
+    status, headers, body = svc.get("/redfish/v1/AccountService/Roles/ReadOnly", credentials=("reader", "reader pass"))
+    check(status == 200 and json.loads(body)["AssignedPrivileges"] == ["Login", "ConfigureSelf"],
+          "the ReadOnly role: %s %s" % (status, body[:200]))
+    # Five wrong passwords: the right one is refused for a while, the other accounts go on.
+    for _ in range(5):
+        svc.get(device, credentials=("lockme", "wrong"))
+    check(svc.get(device, credentials=("lockme", "lock pass"))[0] == 401, "five wrong passwords locked nothing")
+    check(login(svc, "lockme", "lock pass")[0] is None, "a locked account logs in")
+    check(svc.get(device, credentials=("operator", "op:pass"))[0] == 200, "lockout of one account locks another")
+    status, headers, body = svc.get("/redfish/v1/AccountService/Accounts/lockme")
+    check(status == 200 and json.loads(body)["Locked"] is True, "the locked account: %s %s" % (status, body[:200]))
+    # The sessions of redfishtool and sushy ended with them.
+    status, headers, body = svc.get("/redfish/v1/SessionService/Sessions")
+    check(status == 200 and json.loads(body)["Members"] == [], "sessions left: %s" % body[:300])
+
+    # A session ends after --session-timeout seconds without use.
+    short = Service(aimctl, db, svc.tls, users, extra=["--session-timeout", "2"])
+    try:
+        token, where = login(short, "reader", "reader pass")
+        if check(token, "the reader cannot log in: %s" % where):
+            check(short.get(device, headers={"X-Auth-Token": token}, credentials=None)[0] == 200, "the token is refused")
+            time.sleep(3.5)
+            check(short.get(device, headers={"X-Auth-Token": token}, credentials=None)[0] == 401,
+                  "the session outlived its timeout")
+            check(short.get(where)[0] == 404, "the expired session is still listed")
+    finally:
+        short.stop()
+
+    # Beyond loopback only with HTTPS and users (the refusals come before any bind).
+    cert, key = svc.tls
+    for args, message in [
+            (["--bind", "0.0.0.0"], "beyond this machine the service needs a users file"),
+            (["--bind", "0.0.0.0", "--tls-cert", cert, "--tls-key", key], "needs a users file"),
+            (["--bind", "::", "--users", users], "never cross a network in clear text"),
+            (["--users", os.path.join(os.path.dirname(users), "none")], "cannot read the users file"),
+            (["--users", cert], "not NAME:HASH[:ROLE]"),
+            (["--session-timeout", "0", "--users", users], "--session-timeout needs a number of seconds"),
+            (["--session-timeout", "60"], "--session-timeout needs --users")]:
+        r = run([aimctl, "serve", "--db", db, "--port", "0"] + args)
+        check(r.returncode == 2 and message in r.stderr, "serve %s exits %d: %s" % (" ".join(args), r.returncode,
+                                                                                     r.stderr[-300:]))
+
+
 def main():
     ap = argparse.ArgumentParser()
     ap.add_argument("--aimctl", required=True)
@@ -511,7 +624,10 @@ def main():
     ap.add_argument("--load", action="store_true")
     ap.add_argument("--hostile", action="store_true")
     ap.add_argument("--tls", action="store_true")
+    ap.add_argument("--users", action="store_true")
     a = ap.parse_args()
+    if a.users and not a.tls:
+        raise SystemExit("--users goes with --tls")
     with tempfile.TemporaryDirectory(prefix="aim-redfish.") as tmp:
         db = os.path.join(tmp, "inventory.db")
 
@@ -523,7 +639,8 @@ def main():
                 os.environ.pop(name, None)
             import urllib3
             urllib3.disable_warnings(urllib3.exceptions.InsecureRequestWarning)
-        svc = Service(a.aimctl, db, make_certificate(tmp) if a.tls else None)
+        users = make_users(tmp) if a.users else None
+        svc = Service(a.aimctl, db, make_certificate(tmp) if a.tls else None, users)
         try:
             if a.tls:
                 tls_edges(svc, a.aimctl, db, tmp)
@@ -536,6 +653,8 @@ def main():
                 load(svc)
             if a.hostile:
                 hostile(svc)
+            if a.users:
+                auth_edges(svc, a.aimctl, db, users)
             check(tables_digest(db) == before, "the requests changed the database")
             if a.other_machine:
                 ingest_example(a.aimctl, a.source_dir, a.other_machine, db)
