@@ -277,6 +277,7 @@ private:
         view.if_none_match = header("If-None-Match");
         view.authorization = header("Authorization");
         view.auth_token = header("X-Auth-Token");
+        view.requested_with = header("X-Requested-With");
         view.body = req.body();
         respond(answer(view, cache_, access_), req.keep_alive() ? after::keep : after::close, head);
     }

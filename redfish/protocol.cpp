@@ -260,7 +260,8 @@ reply answer(const request_view& request, resource_cache& cache, access_control*
             }
             if (!caller) {
                 reply r = error_reply(401, "");
-                r.headers.emplace_back("WWW-Authenticate", "Basic realm=\"Redfish\", charset=\"UTF-8\"");
+                if (request.requested_with != "XMLHttpRequest")
+                    r.headers.emplace_back("WWW-Authenticate", "Basic realm=\"Redfish\", charset=\"UTF-8\"");
                 return r;
             }
             reply r;

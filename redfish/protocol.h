@@ -13,7 +13,9 @@
 // With access control (a users file; redfish/access.h), every request but those of "/redfish",
 // "/redfish/v1", its "$metadata" and "odata", the inventory page and the login itself needs an
 // "X-Auth-Token" of a live session or "Authorization: Basic" credentials of an account, checked
-// before anything else of the request; else 401 with "WWW-Authenticate: Basic". Then:
+// before anything else of the request; else 401 with "WWW-Authenticate: Basic" (but to a
+// script's request, "X-Requested-With: XMLHttpRequest", so that a browser does not ask for a
+// password of its own over the inventory page's login form). Then:
 //   - POST SessionService/Sessions {"UserName", "Password"}: 201 with "X-Auth-Token", "Location"
 //     and the session (400 for a body without both, 401 for wrong credentials or a locked
 //     account, 503 when the service has as many sessions as it keeps);
@@ -43,6 +45,7 @@ struct request_view {
     std::string target;
     std::string odata_version, odata_max_version, if_none_match;
     std::string authorization, auth_token;  // "Authorization", "X-Auth-Token"
+    std::string requested_with;             // "X-Requested-With"
     std::string body;
 };
 

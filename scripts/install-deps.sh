@@ -5,7 +5,7 @@
 # usage: scripts/install-deps.sh [arm] [fuzz] [web]
 #   arm   also the 32-bit ARM cross compiler and the user-mode emulator (make test-arm)
 #   fuzz  also clang and libFuzzer's runtime (make fuzz)
-#   web   also Debian's Chromium (make test-web)
+#   web   also Debian's Chromium, its driver and Selenium (make test-web)
 #   http-bench  also nginx, wrk and curl (make bench-http)
 set -euo pipefail
 # (pugixml only for the benchmark's memory anchor; Boost (Beast, Asio), OpenSSL and libcrypt for aimctl serve;
@@ -18,7 +18,7 @@ for group in "$@"; do
   case "$group" in
     arm) PKGS+=(g++-arm-linux-gnueabihf qemu-user) ;;
     fuzz) PKGS+=(clang-14 libclang-rt-14-dev) ;;
-    web) PKGS+=(chromium fonts-dejavu-core) ;;
+    web) PKGS+=(chromium chromium-driver python3-selenium fonts-dejavu-core) ;;
     http-bench) PKGS+=(nginx-light wrk curl) ;;
     *) echo "install-deps: unknown group '$group' (known: arm, fuzz, web, http-bench)" >&2; exit 2 ;;
   esac

@@ -280,6 +280,8 @@ TEST_F(RedfishHttpLogin, WhatNeedsCredentials) {
                 << r.what;
         }
     }
+    EXPECT_EQ(0u, get(dev, "X-Requested-With: XMLHttpRequest\r\n").headers.count("WWW-Authenticate"))
+        << "a script's request: the browser is not to ask for a password itself";
     // Credentials come before conditions: a tag of the resource without them is still 401.
     std::string tag = get(dev, kReader).headers["ETag"];
     EXPECT_EQ(304u, get(dev, std::string(kReader) + "If-None-Match: " + tag + "\r\n").status);
