@@ -19,7 +19,7 @@ SANITIZER_ENV = ASAN_OPTIONS=detect_leaks=1:abort_on_error=0:exitcode=86 \
 	UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1:exitcode=86 LSAN_OPTIONS=exitcode=23
 
 .PHONY: all deps deps-arm deps-web build demo serve test test-web bench lib-sizes test-arm build-arm test-sanitize build-asan leak-check \
-	deps-fuzz build-fuzz fuzz update-symbols clean deps-http-bench bench-http test-dmtf
+	deps-fuzz build-fuzz fuzz update-symbols clean deps-http-bench bench-http test-dmtf test-dmtf-secure
 
 all: build
 
@@ -78,6 +78,10 @@ bench-http: build deps-http-bench
 DMTF_VALIDATORS ?= $(CURDIR)/../shared/tools/dmtf-validators/run.sh
 test-dmtf: build
 	$(DMTF_VALIDATORS) $(BUILD)/bin/aimctl
+
+# The same over HTTPS with a users file (one Administrator made with htpasswd -B).
+test-dmtf-secure: build
+	scripts/dmtf-secure.sh $(DMTF_VALIDATORS) $(BUILD)/bin/aimctl
 
 # Stripped size of the library as built for the host (x86-64) and for the controller (ARM), both -O2.
 lib-sizes: build build-arm

@@ -2,6 +2,9 @@
 // headers, pipelined requests, junk), through the server's connection handling to the bytes
 // it answers, over the inventory database of the example machine server-2u. Every answer must
 // be a whole HTTP/1.1 response with a status code, and the answers must be all that was sent.
+// Each input goes to the server twice: without a users file, and with one (an Administrator
+// "admin", password "fuzz", and a ReadOnly "reader" of the same password), fresh each time, so
+// that logins, credentials and the session service are fuzzed too.
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -13,12 +16,14 @@
 #include <vector>
 
 #include "fuzz/harness.h"
+#include "redfish/access.h"
 #include "redfish/cache.h"
 #include "redfish/http.h"
 
 namespace {
 
 redfish::resource_cache* cache;
+redfish::users* accounts;
 
 [[noreturn]] void bad_answer(const std::string& answer, const char* why) {
     fprintf(stderr, "http_request: %s in the answer:\n%.*s\n", why,
@@ -50,17 +55,21 @@ std::vector<bool> heads(const std::string& input) {
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     fuzz::controller();
     cache = new redfish::resource_cache(fuzz::machine_database("server-2u"));
+    // SHA-256 crypt of the fewest rounds, so that a check costs little.
+    const std::string hash = "$5$rounds=1000$R9IAd.orog6alI/6$6yFtM9lC9CUltdc4ni4XstCID8oxwitRZApsZhb71ED";
+    accounts = new redfish::users(
+        redfish::users::parse("admin:" + hash + ":Administrator\nreader:" + hash + "\n", "fuzz users"));
     return 0;
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+namespace {
+
+void check_answers(const std::string& input, const std::string& answer) {
     namespace http = boost::beast::http;
-    std::string input(reinterpret_cast<const char*>(data), size);
-    std::string answer = redfish::answer_connection(*cache, input);
     std::vector<bool> head = heads(input);
     size_t n = 0;
     // The answers, one after the other, each parsed whole.
-    if (answer.empty()) return 0;
+    if (answer.empty()) return;
     boost::beast::flat_buffer rest;
     auto in = rest.prepare(answer.size());
     memcpy(in.data(), answer.data(), answer.size());
@@ -81,5 +90,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         if (res.result_int() < 200 || res.result_int() > 599)
             bad_answer(answer, "a status code out of range");
     }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    std::string input(reinterpret_cast<const char*>(data), size);
+    check_answers(input, redfish::answer_connection(*cache, input));
+    redfish::access_control access(*accounts);
+    check_answers(input, redfish::answer_connection(*cache, input, &access));
     return 0;
 }

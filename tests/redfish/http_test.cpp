@@ -388,4 +388,15 @@ TEST_F(RedfishHttpLogin, LoginsRefused) {
     EXPECT_EQ(200u, get(dev, kAdmin).status) << "the other account is not locked";
 }
 
+// Which addresses may be served without HTTPS and users: loopback only (numeric addresses, so
+// that nothing is looked up).
+TEST(RedfishBind, LoopbackAddresses) {
+    const struct {
+        const char* address;
+        int loopback;
+    } cases[] = {{"127.0.0.1", 1}, {"127.8.9.10", 1}, {"::1", 1},        {"0.0.0.0", 0},
+                 {"::", 0},        {"192.0.2.7", 0},  {"2001:db8::1", 0}, {"::ffff:192.0.2.7", 0}};
+    for (const auto& c : cases) EXPECT_EQ(c.loopback, redfish::http_server::loopback(c.address)) << c.address;
+}
+
 }  // namespace

@@ -11,12 +11,14 @@ kept-alive connection: every request must be answered, the 99th percentile under
 server's resident memory must stay under 64 MiB (--rss-limit); a server built with
 AddressSanitizer, whose own shadow and quarantine take some 60 MiB before any connection, is held
 to the same 64 MiB over its memory after a first request instead. Prints '1 passed, 0 failed' or
-the failures.
+the failures. With --tls all of it goes over HTTPS (a certificate made for the test): each slow or
+idle connection completes its TLS handshake first, and a slow one then sends each header byte in
+a TLS record of its own.
 """
-import argparse, http.client, os, resource, selectors, socket, sys, tempfile, threading, time
+import argparse, http.client, os, resource, selectors, socket, ssl, sys, tempfile, threading, time
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from clients_test import Service, check, failures, ingest_example, verdict  # noqa: E402
+from clients_test import UNCHECKED, Service, check, failures, ingest_example, make_certificate, verdict  # noqa: E402
 
 CONNECTIONS = 500
 SECONDS = 20
@@ -30,9 +32,15 @@ def rss_kib(pid):
     return 0
 
 
-def good_client(port, latencies, errors, stop_at):
+def connection(port, tls):
+    if tls:
+        return http.client.HTTPSConnection("127.0.0.1", port, timeout=5, context=UNCHECKED)
+    return http.client.HTTPConnection("127.0.0.1", port, timeout=5)
+
+
+def good_client(port, tls, latencies, errors, stop_at):
     """GET /redfish/v1 ten times a second on one kept-alive connection until stop_at."""
-    conn = http.client.HTTPConnection("127.0.0.1", port, timeout=5)
+    conn = connection(port, tls)
     next_at = time.monotonic()
     while time.monotonic() < stop_at:
         t0 = time.monotonic()
@@ -45,17 +53,20 @@ def good_client(port, latencies, errors, stop_at):
         except (OSError, http.client.HTTPException) as e:
             errors.append("%s: %s" % (type(e).__name__, e))
             conn.close()
-            conn = http.client.HTTPConnection("127.0.0.1", port, timeout=5)
+            conn = connection(port, tls)
         latencies.append(time.monotonic() - t0)
         next_at += 0.1
         time.sleep(max(0.0, next_at - time.monotonic()))
     conn.close()
 
 
-def connect_all(port, n):
+def connect_all(port, n, tls=False):
+    """`n` connections, each past its TLS handshake with `tls`."""
     out = []
     for _ in range(n):
         s = socket.create_connection(("127.0.0.1", port), timeout=5)
+        if tls:
+            s = UNCHECKED.wrap_socket(s, server_hostname="127.0.0.1")
         s.setblocking(False)
         out.append(s)
     return out
@@ -67,7 +78,7 @@ def closed_by_server(s):
         while s.recv(65536):
             pass
         return True
-    except BlockingIOError:
+    except (BlockingIOError, ssl.SSLWantReadError):
         return False
     except OSError:
         return True
@@ -96,6 +107,8 @@ def watch(svc, socks, slow, seconds, rss):
                 if i not in closed:
                     try:
                         s.send(b"X")
+                    except (BlockingIOError, ssl.SSLWantWriteError):
+                        pass
                     except OSError:
                         closed[i] = time.monotonic()
                         sel.unregister(s)
@@ -129,20 +142,21 @@ def main():
     mode.add_argument("--slow", action="store_true")
     mode.add_argument("--idle", action="store_true")
     ap.add_argument("--rss-limit", type=int, default=64, help="MiB")
+    ap.add_argument("--tls", action="store_true")
     a = ap.parse_args()
     with tempfile.TemporaryDirectory(prefix="aim-slow.") as tmp:
         db = os.path.join(tmp, "inventory.db")
         ingest_example(a.aimctl, a.source_dir, "server-2u", db)
-        svc = Service(a.aimctl, db)
+        svc = Service(a.aimctl, db, make_certificate(tmp) if a.tls else None)
         try:
             svc.get("/redfish/v1")
             with open("/proc/%d/maps" % svc.proc.pid) as f:
                 sanitized = "libasan" in f.read()
             base = rss_kib(svc.proc.pid) / 1024.0 if sanitized else 0.0
-            socks = connect_all(svc.port, CONNECTIONS)
+            socks = connect_all(svc.port, CONNECTIONS, a.tls)
             latencies, errors, rss = [], [], []
             client = threading.Thread(target=good_client,
-                                      args=(svc.port, latencies, errors, time.monotonic() + SECONDS))
+                                      args=(svc.port, a.tls, latencies, errors, time.monotonic() + SECONDS))
             client.start()
             first_byte, closed = watch(svc, socks, a.slow, SECONDS + 1, rss)
             client.join()

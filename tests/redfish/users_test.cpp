@@ -153,8 +153,10 @@ TEST(RedfishAccess, LockoutAndItsTiming) {
     // Wrong passwords 60 s apart never add up; 59 s apart they do.
     test_clock slow;
     redfish::access_control spaced(two_users(), redfish::access_options(), slow.fn());
-    for (int i = 0; i < 10; ++i, slow.now += 60) EXPECT_EQ(nullptr, spaced.check("reader", "x"));
-    EXPECT_FALSE(spaced.locked("reader"));
+    for (int i = 0; i < 10; ++i, slow.now += 60) {
+        EXPECT_EQ(nullptr, spaced.check("reader", "x"));
+        EXPECT_FALSE(spaced.locked("reader")) << "attempt " << i + 1;
+    }
     for (int i = 0; i < 4; ++i, slow.now += 59) EXPECT_EQ(nullptr, spaced.check("reader", "x"));
     EXPECT_FALSE(spaced.locked("reader"));
     EXPECT_EQ(nullptr, spaced.check("reader", "x"));
