@@ -210,7 +210,6 @@ bool answer_accounts(const request_view& request, const std::string& path, const
         if (!reads(request)) {
             out = not_allowed(kAllowedMethods);
         } else {
-            std::vector<std::string> shown;
             json j = account_collection(admin ? &access : nullptr);
             if (!admin) {
                 j["Members"] = json::array({link(account_uri(caller))});

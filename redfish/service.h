@@ -19,7 +19,11 @@
 //       Ports/{port}                    "PCIPhysicalPort" (+ "PCIPhysicalPortStat")
 //       NetworkDeviceFunctions/{port}   "PCILogicalPort"
 //   UpdateService/FirmwareInventory/{id} one per "Firmwares" and "PldmDeviceFirmware" row
-//   Managers/bmc, SessionService        the controller itself (no session can be made)
+//   Managers/bmc                        the controller itself
+//   SessionService/Sessions/{id}        the sessions, AccountService/Accounts/{user} the accounts
+//                                       and AccountService/Roles/{role} the predefined roles:
+//                                       without a users file, no account and no session; with
+//                                       one, answered by redfish/protocol.cpp
 // A device's Id is its PCI address of function 0 ("0000_3B_00": segment, bus, device in
 // hexadecimal). Values that the database does not hold, and "N/A" and empty texts, are left
 // out. What the Redfish schemas have no property for (the AIM file's card description, the
