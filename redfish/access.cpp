@@ -16,7 +16,8 @@ namespace redfish {
 namespace {
 
 int64_t steady_seconds() {
-    return std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now().time_since_epoch())
+    return std::chrono::duration_cast<std::chrono::seconds>(
+               std::chrono::steady_clock::now().time_since_epoch())
         .count();
 }
 
@@ -47,8 +48,9 @@ bool basic_credentials(const std::string& header, std::string& name, std::string
     code.erase(code.find_last_not_of(' ') + 1);
     if (code.empty() || code.size() % 4 != 0 || code.size() > 4096) return false;
     std::string plain(code.size() / 4 * 3, '\0');
-    int n = EVP_DecodeBlock(reinterpret_cast<unsigned char*>(&plain[0]),
-                            reinterpret_cast<const unsigned char*>(code.data()), static_cast<int>(code.size()));
+    int n =
+        EVP_DecodeBlock(reinterpret_cast<unsigned char*>(&plain[0]),
+                        reinterpret_cast<const unsigned char*>(code.data()), static_cast<int>(code.size()));
     if (n < 0) return false;
     // EVP_DecodeBlock counts the padding's bytes as decoded zeros.
     size_t padding = code[code.size() - 1] == '=' ? (code[code.size() - 2] == '=' ? 2 : 1) : 0;
@@ -110,11 +112,10 @@ bool access_control::locked(const std::string& name) {
 }
 
 void access_control::expire(int64_t now) {
-    sessions_.erase(std::remove_if(sessions_.begin(), sessions_.end(),
-                                   [&](const live_session& l) {
-                                       return now - l.last_use >= options_.session_timeout;
-                                   }),
-                    sessions_.end());
+    sessions_.erase(
+        std::remove_if(sessions_.begin(), sessions_.end(),
+                       [&](const live_session& l) { return now - l.last_use >= options_.session_timeout; }),
+        sessions_.end());
 }
 
 bool access_control::by_token(const std::string& token, session& out) {
@@ -162,7 +163,8 @@ std::vector<session> access_control::sessions() {
 bool access_control::end(const std::string& id) {
     std::lock_guard<std::mutex> lock(mutex_);
     expire(clock_());
-    auto it = std::find_if(sessions_.begin(), sessions_.end(), [&](const live_session& l) { return l.s.id == id; });
+    auto it =
+        std::find_if(sessions_.begin(), sessions_.end(), [&](const live_session& l) { return l.s.id == id; });
     if (it == sessions_.end()) return false;
     sessions_.erase(it);
     return true;

@@ -20,7 +20,8 @@ namespace {
 json privileges(role r) {
     switch (r) {
         case role::administrator:
-            return json::array({"Login", "ConfigureManager", "ConfigureUsers", "ConfigureSelf", "ConfigureComponents"});
+            return json::array(
+                {"Login", "ConfigureManager", "ConfigureUsers", "ConfigureSelf", "ConfigureComponents"});
         case role::operator_role:
             return json::array({"Login", "ConfigureSelf", "ConfigureComponents"});
         case role::read_only:
@@ -109,9 +110,11 @@ void add_accounts(const model&, routes& out) {
     std::vector<std::string> roles;
     for (role r : kRoles) roles.push_back(std::string(kRolesUri) + "/" + role_name(r));
     out.push_back({kRolesUri, [roles] {
-                       return found(collection(kRolesUri, collection_type("RoleCollection"), "Roles Collection", roles));
+                       return found(collection(kRolesUri, collection_type("RoleCollection"),
+                                               "Roles Collection", roles));
                    }});
-    for (role r : kRoles) out.push_back({std::string(kRolesUri) + "/" + role_name(r), [r] { return found(role_resource(r)); }});
+    for (role r : kRoles)
+        out.push_back({std::string(kRolesUri) + "/" + role_name(r), [r] { return found(role_resource(r)); }});
 }
 
 }  // namespace redfish

@@ -70,8 +70,8 @@ std::string metadata() {
 json odata_document() {
     json value = json::array();
     value.push_back(json{{"name", "Service"}, {"kind", "Singleton"}, {"url", kRoot + "/"}});
-    for (const char* name :
-         {"Systems", "Chassis", "Managers", "UpdateService", "SessionService", "AccountService", "JsonSchemas"})
+    for (const char* name : {"Systems", "Chassis", "Managers", "UpdateService", "SessionService",
+                             "AccountService", "JsonSchemas"})
         value.push_back(json{{"name", name}, {"kind", "Singleton"}, {"url", kRoot + "/" + name}});
     value.push_back(
         json{{"name", "Sessions"}, {"kind", "Singleton"}, {"url", kRoot + "/SessionService/Sessions"}});

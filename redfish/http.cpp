@@ -72,7 +72,8 @@ struct http_server::impl {
                                                              cache, access.get(), open, &dog)
                         ->start();
                 } else {
-                    std::make_shared<connection<tcp::socket>>(std::move(socket), cache, access.get(), open, &dog)
+                    std::make_shared<connection<tcp::socket>>(std::move(socket), cache, access.get(), open,
+                                                              &dog)
                         ->start();
                 }
             }
@@ -249,7 +250,8 @@ std::string answer_connection(resource_cache& cache, const std::string& input, a
     server.append(input);
     client.close();
     std::atomic<size_t> open{0};
-    std::make_shared<connection<beast::test::stream>>(std::move(server), cache, access, open, nullptr)->start();
+    std::make_shared<connection<beast::test::stream>>(std::move(server), cache, access, open, nullptr)
+        ->start();
     ioc.run();
     return std::string(client.str());
 }

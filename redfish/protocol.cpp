@@ -106,11 +106,11 @@ double version_of(const std::string& v) {
 }  // namespace
 
 reply error_reply(unsigned status, const std::string& detail, const char* message_id) {
-    return reply{status,
-                 render(response(static_cast<int>(status),
-                                 error_body(static_cast<int>(status), detail, message_id))),
-                 kAllowedMethods,
-                 {}};
+    return reply{
+        status,
+        render(response(static_cast<int>(status), error_body(static_cast<int>(status), detail, message_id))),
+        kAllowedMethods,
+        {}};
 }
 
 namespace {
@@ -133,8 +133,8 @@ reply not_allowed(const char* allow) {
 // What needs no credentials: the service root and the documents that describe the service,
 // and the inventory page (which shows its login form).
 bool is_public(const std::string& path) {
-    static const char* const open[] = {"/", "/index.html", "/redfish", "/redfish/v1", "/redfish/v1/$metadata",
-                                       "/redfish/v1/odata"};
+    static const char* const open[] = {"/",           "/index.html",           "/redfish",
+                                       "/redfish/v1", "/redfish/v1/$metadata", "/redfish/v1/odata"};
     for (const char* p : open) {
         if (path == p) return true;
     }
@@ -286,7 +286,8 @@ reply answer(const request_view& request, resource_cache& cache, access_control*
         if (!gen) return error_reply(500, "The inventory database cannot be read: " + error);
         r = gen->get(path);
     }
-    if (r->status == 200 && none_match(request.if_none_match, r->etag)) return reply{304, r, kAllowedMethods, {}};
+    if (r->status == 200 && none_match(request.if_none_match, r->etag))
+        return reply{304, r, kAllowedMethods, {}};
     return reply{static_cast<unsigned>(r->status), r, kAllowedMethods, {}};
 }
 

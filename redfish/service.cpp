@@ -75,20 +75,23 @@ json error_body(int status, const std::string& detail, const char* message_id) {
         {"InsufficientPrivilege",
          "There are insufficient privileges for the account or credentials associated with the current "
          "session to perform the requested operation.",
-         "Either abandon the operation or change the associated access rights and resubmit the request if the "
+         "Either abandon the operation or change the associated access rights and resubmit the request if "
+         "the "
          "operation failed.",
          403, "Critical"},
         {"SessionLimitExceeded",
          "The session establishment failed due to the number of simultaneous sessions exceeding the limit of "
          "the implementation.",
-         "Reduce the number of other sessions before trying to establish the session or increase the limit of "
+         "Reduce the number of other sessions before trying to establish the session or increase the limit "
+         "of "
          "simultaneous sessions, if supported.",
          503, "Critical"},
         {"MalformedJSON",
          "The request body submitted was malformed JSON and could not be parsed by the receiving service.",
          "Ensure that the request body is valid JSON and resubmit the request.", 0, "Critical"},
         {"PropertyMissing", "The property %1 is a required property and must be included in the request.",
-         "Ensure that the property is in the request body and has a valid value and resubmit the request if the "
+         "Ensure that the property is in the request body and has a valid value and resubmit the request if "
+         "the "
          "operation failed.",
          0, "Warning"},
     };

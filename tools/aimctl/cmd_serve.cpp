@@ -22,7 +22,7 @@ namespace {
 
 int run_serve(const std::vector<std::string>& args) {
     std::string db_path, address = "127.0.0.1", port_text = "8000", cert_file, key_file, users_file,
-        timeout_text;
+                         timeout_text;
     bool self_signed = false;
     for (size_t i = 0; i < args.size(); ++i) {
         const std::string& a = args[i];
