@@ -17,6 +17,7 @@
 
 #include "redfish/cache.h"
 #include "redfish/connection.h"
+#include "redfish/files.h"
 
 namespace redfish {
 
@@ -116,27 +117,10 @@ http_server::~http_server() = default;
 size_t http_server::max_connections() const { return p_->max_connections; }
 size_t http_server::open_file_limit() const { return p_->file_limit; }
 
-namespace {
-
-// The whole of a file, or false when it cannot be read.
-bool read_whole(const std::string& path, std::string& out) {
-    FILE* f = fopen(path.c_str(), "rb");
-    if (!f) return false;
-    out.clear();
-    char buf[4096];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, f)) > 0) out.append(buf, n);
-    bool ok = !ferror(f);
-    fclose(f);
-    return ok;
-}
-
-}  // namespace
-
 bool http_server::use_tls(const std::string& cert_file, const std::string& key_file, std::string& error) {
     std::string cert_pem, key_pem;
     for (const std::string* file : {&cert_file, &key_file}) {
-        if (!read_whole(*file, file == &cert_file ? cert_pem : key_pem)) {
+        if (!read_whole_file(*file, file == &cert_file ? cert_pem : key_pem)) {
             error = "cannot read '" + *file + "'";
             return false;
         }

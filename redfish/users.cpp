@@ -7,9 +7,9 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include <fstream>
 #include <memory>
-#include <sstream>
+
+#include "redfish/files.h"
 
 namespace redfish {
 
@@ -100,12 +100,9 @@ const char* role_name(role r) {
 }
 
 users users::load(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) throw users_error(path + ": cannot read the users file");
-    std::ostringstream text;
-    text << in.rdbuf();
-    if (in.bad()) throw users_error(path + ": cannot read the users file");
-    return parse(text.str(), path);
+    std::string text;
+    if (!read_whole_file(path, text)) throw users_error(path + ": cannot read the users file");
+    return parse(text, path);
 }
 
 users users::parse(const std::string& text, const std::string& file) {
