@@ -19,8 +19,9 @@
 //   - POST SessionService/Sessions {"UserName", "Password"}: 201 with "X-Auth-Token", "Location"
 //     and the session (400 for a body without both, 401 for wrong credentials or a locked
 //     account, 503 when the service has as many sessions as it keeps);
-//   - GET Sessions lists the caller's own sessions, every session for an Administrator; GET or
-//     DELETE of another user's session is 403 but for an Administrator;
+//   - GET Sessions lists the caller's own sessions, every session for an Administrator;
+//     DELETE of a session ends it (204); GET or DELETE of another user's session is 403 but
+//     for an Administrator;
 //   - AccountService, its Accounts (read-only: 405 for PATCH, POST, PUT and DELETE; a user
 //     sees their own account, an Administrator every account) and the SessionService come from
 //     the access control; the Roles from the cache.
