@@ -180,9 +180,8 @@ bool answer_accounts(const request_view& request, const std::string& path, const
     if (path == kSessionServiceUri) {
         out = reads(request) ? ok(200, session_service(&access)) : not_allowed(kAllowedMethods);
     } else if (path == kSessionsUri || path == std::string(kSessionsUri) + "/Members") {
-        if (request.method == "POST") {
-            out = login(request, access);
-        } else if (!reads(request)) {
+        // (A POST, the login, is answered before credentials are asked for.)
+        if (!reads(request)) {
             out = not_allowed(kSessionsAllow);
         } else {
             std::vector<session> shown;
