@@ -141,6 +141,11 @@ bool is_public(const std::string& path) {
     return false;
 }
 
+// The Sessions collection, at its own URI or its Members'.
+bool sessions_collection(const std::string& path) {
+    return path == kSessionsUri || path == std::string(kSessionsUri) + "/Members";
+}
+
 // The rest of `path` below `prefix` + "/" (one segment), or false.
 bool member_of(const std::string& path, const char* prefix, std::string& id) {
     size_t n = strlen(prefix);
@@ -179,7 +184,7 @@ bool answer_accounts(const request_view& request, const std::string& path, const
     std::string id;
     if (path == kSessionServiceUri) {
         out = reads(request) ? ok(200, session_service(&access)) : not_allowed(kAllowedMethods);
-    } else if (path == kSessionsUri || path == std::string(kSessionsUri) + "/Members") {
+    } else if (sessions_collection(path)) {
         // (A POST, the login, is answered before credentials are asked for.)
         if (!reads(request)) {
             out = not_allowed(kSessionsAllow);
@@ -245,9 +250,7 @@ reply answer(const request_view& request, resource_cache& cache, access_control*
     if (access) {
         std::string trimmed = path;
         while (trimmed.size() > 1 && trimmed.back() == '/') trimmed.pop_back();
-        bool logs_in = request.method == "POST" &&
-                       (trimmed == kSessionsUri || trimmed == std::string(kSessionsUri) + "/Members");
-        if (logs_in) return login(request, *access);
+        if (request.method == "POST" && sessions_collection(trimmed)) return login(request, *access);
         if (!is_public(trimmed)) {
             session s;
             const account* caller = nullptr;
