@@ -206,13 +206,12 @@ void clear_statements(std::unordered_map<std::string, statement>& cache) {
 
 // An insert is cached under a key made of its table and column names, which is cheaper to
 // build than its SQL text: the table and each column, each ended by a NUL byte. These keys
-// have a cache of their own.
+// have a cache of their own. A name is appended with the NUL that ends its storage.
 void make_insert_key(std::string& key, const char* table, const vqm_db_content_values_t* cv) {
-    key.assign(table);
-    key += '\0';
+    key.assign(table, strlen(table) + 1);
     for (size_t i = 0; i < cv->count; ++i) {
-        key += cv->slots[i].name;
-        key += '\0';
+        const std::string& name = cv->slots[i].name;
+        key.append(name.c_str(), name.size() + 1);
     }
 }
 
