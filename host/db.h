@@ -32,6 +32,10 @@ int db_exec_script(_vqm_db_handle_t* db, const std::string& sql, std::string* er
 // Commits the writes that the handle holds in its open batch, so that other connections
 // see them before the handle is closed (vqm_db_close commits too). 0 on success.
 int db_commit(_vqm_db_handle_t* db);
+// The age after which the handle commits its open batch (checked at its next call), 200 ms
+// unless set; 0: batches are committed by their count of writes only, as when a run is
+// timed under an instrumenting tool that slows it many times.
+void db_set_batch_age(_vqm_db_handle_t* db, unsigned milliseconds);
 // Makes every later call of the handle on `table` ("*": any table) fail with a non-zero code,
 // for tests of failure paths. `op` is "insert", "update", "delete" (raw writes included),
 // "query", or "" for every write. Each call adds a rule; an empty `table` removes them all.

@@ -18,8 +18,9 @@
 // content values; the SQL text, the lifted values and the content values' slots reuse
 // their storage from call to call.
 // Writes run inside a transaction that the client opens on the first write and commits
-// after kBatchWrites writes, after kBatchAge of age (checked at the next call), before a
-// host script, and in vqm_db_close; reads on the same handle see the uncommitted rows.
+// after kBatchWrites writes, after kBatchAge of age (checked at the next call; a handle may
+// be given another age, or none), before a host script, and in vqm_db_close; reads on the
+// same handle see the uncommitted rows.
 // The age bounds how long other writers of the database wait; the count bounds a batch
 // of a fast run. Large batches write a page that many rows change to the WAL once per
 // batch: batches of 10000 rather than 1000 writes cut the WAL writes of a run of 1000
@@ -156,6 +157,7 @@ struct _vqm_db_handle {
     bool own_transaction = false;
     unsigned pending_writes = 0;
     std::chrono::steady_clock::time_point transaction_start;
+    std::chrono::milliseconds batch_age = kBatchAge;  // zero: no age limit
     std::vector<fail_rule> fail_rules;
     // Scratch of the call being run (SQL text and lifted values), kept to reuse their storage.
     std::string sql;
@@ -184,7 +186,8 @@ int commit(_vqm_db_handle_t* h) {
 // Commits the batch when it is large or old enough.
 void maybe_commit(_vqm_db_handle_t* h) {
     if (h->own_transaction && (h->pending_writes >= kBatchWrites ||
-                               std::chrono::steady_clock::now() - h->transaction_start >= kBatchAge)) {
+                               (h->batch_age.count() > 0 &&
+                                std::chrono::steady_clock::now() - h->transaction_start >= h->batch_age))) {
         commit(h);
     }
 }
@@ -772,6 +775,10 @@ int db_exec_script(_vqm_db_handle_t* db, const std::string& sql, std::string* er
 }
 
 int db_commit(_vqm_db_handle_t* db) { return db ? commit(db) : kRefused; }
+
+void db_set_batch_age(_vqm_db_handle_t* db, unsigned milliseconds) {
+    if (db) db->batch_age = std::chrono::milliseconds(milliseconds);
+}
 
 void db_set_fault(const db_fault& fault) {
     faults().fault = fault;

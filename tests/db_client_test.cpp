@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "host/db.h"
@@ -147,6 +148,39 @@ TEST_F(DbClient, BatchedWritesAreFastAndKeptByClose) {
                                  rows));
     EXPECT_EQ("20000 wal", rows.at(0)["n"] + " " + rows.at(0)["journal_mode"]);
     vqm_db_close(b);
+}
+
+// An open batch older than the handle's age is committed by its next call, whatever the call;
+// a handle without an age commits by the count of its writes, or when asked, only.
+TEST_F(DbClient, BatchAgeCommitsAtTheNextCallAndNoAgeWaits) {
+    const struct {
+        unsigned age_ms;
+        const char* seen;  // rows another connection sees after the second insert
+    } cases[] = {{1, "1"}, {0, "0"}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.age_ms);
+        std::string path = dir + "/age" + std::to_string(c.age_ms) + ".db";
+        _vqm_db_handle_t* a = host::db_open_file(path);
+        _vqm_db_handle_t* b = host::db_open_file(path);
+        ASSERT_EQ(0, host::db_apply_schema(a));
+        host::db_set_batch_age(a, c.age_ms);
+        auto seen = [&] {
+            std::vector<host::row> rows;
+            EXPECT_EQ(0, host::db_select(b, "SELECT count(*) AS n FROM PCIAdapter", rows));
+            return rows.empty() ? std::string("?") : rows[0]["n"];
+        };
+        for (uint32_t bus = 1; bus <= 2; ++bus) {
+            vqm_db_content_clear(cv);
+            vqm_db_content_put_uint(cv, "BusNo", bus);
+            ASSERT_EQ(0, vqm_db_insert(a, "PCIAdapter", cv, 0, 0));
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+        EXPECT_EQ(c.seen, seen());
+        EXPECT_EQ(0, host::db_commit(a));
+        EXPECT_EQ("2", seen());
+        vqm_db_close(b);
+        vqm_db_close(a);
+    }
 }
 
 // One content-values object reused row after row, as the writers do: a column put again
