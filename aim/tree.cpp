@@ -154,10 +154,6 @@ const char* setting_node::map_data_type(setting_data_type t) {
 
 namespace {
 
-// Above glibc's per-thread cache (at most 1032 bytes) and in its large-request range on
-// 32 and 64 bits, so that the request always reaches the merging step.
-constexpr size_t merge_request = 4096;
-
 // strtoll(s, nullptr, 0) for the common value: a decimal number without sign, leading zero
 // or blank, of at most 18 digits (which cannot overflow). Anything else goes to strtoll.
 long long to_int64(const std::string& s) {
@@ -219,6 +215,10 @@ bool group::remove_group(const char* name) { return remove_groups(groups, name);
 void group::clear_groups() { clear_group_map(groups); }
 
 // ---- config ----------------------------------------------------------------------------------
+
+// Above glibc's per-thread cache (at most 1032 bytes) and in its large-request range on
+// 32 and 64 bits, so that the request always reaches the merging step.
+constexpr size_t merge_request = 4096;
 
 // A config's release ends with one large request. glibc keeps the small blocks that are
 // freed (a setting's container entry, short texts) unmerged until a large request or a
