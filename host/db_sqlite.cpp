@@ -413,6 +413,10 @@ void configure(_vqm_db_handle_t* h, bool file) {
     }
     // Temporary B-trees (a GROUP BY, a NOT IN list) stay in memory rather than in files.
     sqlite3_exec(h->db, "PRAGMA temp_store=MEMORY", nullptr, nullptr, nullptr);
+    // Debian's SQLite overwrites deleted content with zeros by default. The adapter tables
+    // hold nothing secret, and every run deletes the previous run's rows, which the zeroing
+    // made about a sixth of the wipe's cost.
+    sqlite3_exec(h->db, "PRAGMA secure_delete=OFF", nullptr, nullptr, nullptr);
 }
 
 _vqm_db_handle_t* open_path(const std::string& path, int flags, std::string* error) {
