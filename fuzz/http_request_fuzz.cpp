@@ -18,6 +18,7 @@
 #include "fuzz/harness.h"
 #include "redfish/access.h"
 #include "redfish/cache.h"
+#include "redfish/connection.h"
 #include "redfish/http.h"
 
 namespace {
@@ -32,19 +33,27 @@ redfish::users* accounts;
 }
 
 // Whether each request of `input` that the server can have read whole is a HEAD, in order (the
-// answer to a HEAD has a length but no body).
+// answer to a HEAD has a length but no body). The requests are framed as the server frames
+// them: a body within the server's limit is read and the connection goes on; a request the
+// server refuses (unparsable, too large, too long a target) or one that ends the connection
+// is the last it answers.
 std::vector<bool> heads(const std::string& input) {
     namespace http = boost::beast::http;
+    namespace engine = redfish::engine;
     std::vector<bool> out;
     boost::beast::string_view rest(input);
     while (!rest.empty()) {
-        http::request_parser<http::empty_body> parser;
-        parser.header_limit(8 * 1024);
+        http::request_parser<http::string_body> parser;
+        parser.header_limit(static_cast<std::uint32_t>(engine::kHeaderLimit));
+        parser.body_limit(engine::kBodyLimit);
+        parser.eager(true);
         boost::system::error_code ec;
         size_t used = parser.put(boost::asio::buffer(rest.data(), rest.size()), ec);
+        // A refused request is answered with a body, whatever its method.
         if (ec || !parser.is_header_done()) break;
-        out.push_back(parser.get().method() == http::verb::head);
-        if (!parser.is_done()) break;  // a body: the server answers and closes
+        const auto& req = parser.get();
+        out.push_back(req.method() == http::verb::head);
+        if (req.target().size() > engine::kTargetLimit || !parser.is_done() || !req.keep_alive()) break;
         rest.remove_prefix(used);
     }
     return out;
