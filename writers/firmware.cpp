@@ -87,6 +87,12 @@ struct pldm_row {
 
 // The update condition's three keys of a record.
 typedef std::array<int64_t, 3> pldm_update_key;
+
+// The kept rows that one update condition selects, and how many records update them.
+struct pldm_key_rows {
+    std::vector<const pldm_row*> rows;
+    unsigned updates = 0;
+};
 pldm_update_key update_key(const PLDMFirmwareInfo& r) {
     return {static_cast<int64_t>(r.PCIKey), static_cast<int64_t>(r.SubDeviceId),
             static_cast<int64_t>(r.PCIFuncKey)};
@@ -253,15 +259,14 @@ void parser::handle_pldm_firmware_info_table(_vqm_db_handle_t* db) {
     }
     // An update that would write what its rows already hold is left out. Only when it is
     // the one update of its rows: the updates of one row run in order, the last one wins.
-    std::map<pldm_update_key, std::vector<const pldm_row*>> rows_by_key;
-    std::map<pldm_update_key, unsigned> updates_by_key;
+    std::map<pldm_update_key, pldm_key_rows> by_key;
     if (rows_known) {
         for (const pldm_row& row : kept) {
             if (row.ints_ok[0] && row.ints_ok[1] && row.ints_ok[2])
-                rows_by_key[{row.ints[0], row.ints[1], row.ints[2]}].push_back(&row);
+                by_key[{row.ints[0], row.ints[1], row.ints[2]}].rows.push_back(&row);
         }
         for (const PLDMFirmwareInfo& r : pldm_firmware_list) {
-            if (r.in_table == 1) ++updates_by_key[update_key(r)];
+            if (r.in_table == 1) ++by_key[update_key(r)].updates;
         }
     }
 
@@ -277,9 +282,9 @@ void parser::handle_pldm_firmware_info_table(_vqm_db_handle_t* db) {
         }
         vqm_db_content_put_text(cv, "ReleaseDate", r.ReleaseDate.c_str());
 
-        if (r.in_table == 1 && rows_known && updates_by_key[update_key(r)] == 1 &&
-            update_changes_nothing(r, rows_by_key[update_key(r)])) {
-            continue;
+        if (r.in_table == 1 && rows_known) {
+            const pldm_key_rows& selected = by_key[update_key(r)];
+            if (selected.updates == 1 && update_changes_nothing(r, selected.rows)) continue;
         }
         if (r.in_table == 1) {
             std::string where = "PCIKey=" + std::to_string(r.PCIKey) +
