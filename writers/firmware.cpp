@@ -87,16 +87,16 @@ struct pldm_row {
 
 // The update condition's three keys of a record.
 typedef std::array<int64_t, 3> pldm_update_key;
+pldm_update_key update_key(const PLDMFirmwareInfo& r) {
+    return {static_cast<int64_t>(r.PCIKey), static_cast<int64_t>(r.SubDeviceId),
+            static_cast<int64_t>(r.PCIFuncKey)};
+}
 
 // The kept rows that one update condition selects, and how many records update them.
 struct pldm_key_rows {
     std::vector<const pldm_row*> rows;
     unsigned updates = 0;
 };
-pldm_update_key update_key(const PLDMFirmwareInfo& r) {
-    return {static_cast<int64_t>(r.PCIKey), static_cast<int64_t>(r.SubDeviceId),
-            static_cast<int64_t>(r.PCIFuncKey)};
-}
 
 // Marks the list records that have a table row and returns the condition that selects the
 // rows no record matches ("" when there are none), and the rows that stay. False when the
