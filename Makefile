@@ -19,7 +19,7 @@ SANITIZER_ENV = ASAN_OPTIONS=detect_leaks=1:abort_on_error=0:exitcode=86 \
 	UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1:exitcode=86 LSAN_OPTIONS=exitcode=23
 
 .PHONY: all deps deps-arm deps-web build demo serve test test-web bench lib-sizes test-arm build-arm test-sanitize build-asan leak-check \
-	deps-fuzz build-fuzz fuzz update-symbols clean deps-http-bench bench-http test-dmtf test-dmtf-secure
+	deps-fuzz build-fuzz fuzz update-symbols update-expected clean deps-http-bench bench-http test-dmtf test-dmtf-secure
 
 all: build
 
@@ -129,6 +129,12 @@ fuzz: build-fuzz
 update-symbols: build
 	scripts/check-symbols.sh --update $(BUILD)/lib/libvqmdb_aim_parser.so symbols/libvqmdb_aim_parser.symbols
 	@git diff --stat -- symbols/ 2>/dev/null || true
+
+# Rewrites examples/expected/ (aimctl's output, log and tables of every example machine) from
+# the build; review the diff before committing it.
+update-expected: build
+	AIM_UPDATE_EXPECTED=1 $(BUILD)/bin/aim_tests --gtest_filter=ExampleMachines.*
+	@git diff --stat -- examples/expected/ 2>/dev/null || true
 
 clean:
 	rm -rf $(BUILD) $(BUILD)-bench $(ARM_BUILD) $(ASAN_BUILD) $(FUZZ_BUILD)

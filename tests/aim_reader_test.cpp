@@ -6,6 +6,7 @@
 
 #include <cstdio>
 #include <fstream>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <tuple>
@@ -142,6 +143,45 @@ TEST_F(AimReader, ReparseKeepsDirectConfigs) {
     EXPECT_EQ("B{}D[]D[]", shape(doc.inventories));
     EXPECT_EQ(7u, parse("<inventory/>"));
     EXPECT_EQ("D[]D[]", shape(doc.inventories));
+}
+
+// A configset, config or group parsed again from another node holds only that node's
+// children afterwards.
+TEST_F(AimReader, ReparseOfAnElementReplacesItsChildren) {
+    host::log_capture_begin();
+    auto dom = [](const std::string& xml) {
+        std::istringstream in(xml);
+        return std::make_unique<sysxml::document>(in, false);
+    };
+    auto first =
+        dom("<configset><name>S</name><config ID=\"A\"><name>A</name><group><name>G</name>"
+            "<setting ID=\"s1\"><name>s1</name><value>1</value></setting><group><name>Sub</name></group>"
+            "</group></config></configset>");
+    auto second =
+        dom("<configset><name>S</name><config ID=\"B\"><name>B</name><group><name>H</name>"
+            "<setting ID=\"s2\"><name>s2</name><value>2</value></setting></group></config></configset>");
+    sysxml::node first_config = first->root().first_child().next_sibling();
+    sysxml::node second_config = second->root().first_child().next_sibling();
+    sysxml::node first_group = first_config.first_child().next_sibling();
+    sysxml::node second_group = second_config.first_child().next_sibling();
+
+    group g;
+    ASSERT_EQ(0u, g.parse(first_group));
+    ASSERT_EQ("G(s1=1;Sub())", shape(g));
+    ASSERT_EQ(0u, g.parse(second_group));
+    EXPECT_EQ("H(s2=2;)", shape(g));
+
+    config c;
+    ASSERT_EQ(0u, c.parse(first_config));
+    ASSERT_EQ(0u, c.parse(second_config));
+    EXPECT_EQ("B[H(s2=2;)]", shape(c));
+
+    configset cs;
+    sysxml::node first_set = first->root(), second_set = second->root();
+    ASSERT_EQ(0u, cs.parse(first_set));
+    ASSERT_EQ(0u, cs.parse(second_set));
+    ASSERT_EQ(1u, cs.configs.size());
+    EXPECT_EQ("B[H(s2=2;)]", shape(*cs.configs.begin()->second));
 }
 
 // The text rule, on a setting's "value" and on a group's "name".

@@ -35,6 +35,8 @@ protected:
 TEST_F(KnownCards, LookupTakesTheFirstMatchAndWildcardsOnlyInRows) {
     load_machine_json(R"({"server_maker_vendor_ids": ["0xFA10", "0xFA11"]})");
     aim_parser::parser p;
+    EXPECT_EQ(nullptr, p.hc_get_table()) << "no card chosen yet";
+    EXPECT_FALSE(p.hc_is_aim_not_support_dev());
     EXPECT_EQ(35, p.hc_find(0xFFFF, 0x0CF8, 0x8086, 0x0000));  // 0xFFFF asked matches only the catch-all
     EXPECT_EQ(17, p.hc_find(0x1000, 0x00B2, 0xFA11, 0xFD0A));  // risers take the server maker's ids
     std::string t = "Caf\xC3\xA9 \x7F\x80X\xFFy";              // bytes from 0x80 up are dropped

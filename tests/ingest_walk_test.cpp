@@ -104,6 +104,25 @@ TEST_F(IngestWalk, SecondConfigAtTheSameAddressIsADuplicate) {
     EXPECT_EQ(3u, logged_count(supported59));
 }
 
+// Only a text that starts with "0x" is hexadecimal: the config at "109" is not a second one
+// at "0x9" (the leading "10" read as a prefix).
+TEST_F(IngestWalk, OnlyTextsWithThePrefixAreHexadecimal) {
+    add_pci_function(9, 0, 0);
+    add_pci_function(109, 0, 0);
+    ASSERT_EQ(0, run_configs(aim_config("a", "0x9", "0", "0", card("Hex")) +
+                             aim_config("b", "109", "0", "0", card("Dec"))));
+    EXPECT_EQ("Hex 9\nDec 109\n", dump("PCIAdapter", "CardName,BusNo"));
+}
+
+// A "PCIs" row whose address is outside 0 to 255 matches no config: bus 315 is not segment
+// 1's bus 59.
+TEST_F(IngestWalk, PciRowOutsideTheAddressRangeMatchesNoConfig) {
+    add_pci_function(315, 0, 0);
+    ASSERT_EQ(0, run_configs(aim_config("wide", "59", "0", "0", card("Wide"), "1")));
+    EXPECT_TRUE(logged(host::log_level::err, "AIM_PARSER: No PCI Info in CDS PCIs table for config: wide!"));
+    EXPECT_EQ(0u, count("PCIAdapter"));
+}
+
 TEST_F(IngestWalk, AddressTextCannotRunAnotherStatement) {
     add_pci_function(59, 0, 0);
     auto before = rows("PCIs");
