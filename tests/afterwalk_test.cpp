@@ -180,9 +180,17 @@ TEST_F(AfterWalk, UbbGpusGetOnePldmRowPerAdapterAndSecondFamilyItsSubsystemIds) 
     expect_row("PldmDeviceFirmware", "",
                "DeviceType=4;PCIFuncKey=3866624;DeviceName=NVIDIA H100 80GB HBM3;Manufacture=N/A;"
                "SoftwareID=10DE16C1;VersionString=96.00.74.00.1C;ReleaseDate=2023-03-14");
+    for (const char* op : {"insert", "update"})
+        EXPECT_EQ(0u, logged_prefix(host::log_level::warn, std::string("AIM PARSER: failed to ") + op))
+            << log_text();
     host::db_fail_writes(db, "PldmDeviceFirmware", "insert");
     ASSERT_EQ(0, run_empty());
     expect_log({"WARN AIM PARSER: failed to insert UBB PLDM Adapter Information in slot 3, rc=10"});
+    host::db_fail_writes(db, "");
+    host::db_fail_writes(db, "PldmDeviceFirmware", "update");
+    ASSERT_EQ(0, run_empty());
+    expect_log({"WARN AIM PARSER: failed to update UBB PLDM Adapter Information in slot 3, rc=10"});
+    host::db_fail_writes(db, "");
 
     exec("DELETE FROM PCIs; DELETE FROM VPDs; DELETE FROM Firmwares;");
     load_machine_json(R"({"platform": "ginkgo"})");

@@ -174,11 +174,22 @@ TEST_F(Firmware, PldmTableDeleteUpdateInsert) {
     EXPECT_EQ("PCIFuncKey=" + fun1 + "; VersionString=2.0", pick(after[1], "PCIFuncKey; VersionString"));
     EXPECT_TRUE(logged(host::log_level::info, "AIM PARSER: slot = 2, func_key = " + fun1 + ", EID = 0x09"));
 
-    // The same file again leaves the rows as they are; a new version is written.
+    // The same file again leaves the rows as they are without writing them (an update of
+    // the table fails here and would be logged); a new version is written.
+    host::db_fail_writes(db, "PldmDeviceFirmware", "update");
     ASSERT_EQ(0, run(firmware("1.0", "13"), firmware("2.0", "13")));
     EXPECT_EQ(expected, pick(rows("PldmDeviceFirmware")[0], expected));
+    EXPECT_EQ(0u, logged_prefix(host::log_level::warn, "AIM PARSER: failed to update"));
+    // A new version is written; a failed update is logged with the record's slot.
+    ASSERT_EQ(0, run(firmware("1.1", "13"), firmware("2.0", "13")));
+    EXPECT_EQ((texts{"1.0", "2.0"}), pldm("VersionString"));
+    EXPECT_EQ(1u, logged_prefix(host::log_level::warn,
+                                "AIM PARSER: failed to update PLDM Firmware Information in slot 2, rc="));
+    host::db_fail_writes(db, "");
+    host::log_capture_begin();  // this run's messages only
     ASSERT_EQ(0, run(firmware("1.1", "13"), firmware("2.0", "13")));
     EXPECT_EQ((texts{"1.1", "2.0"}), pldm("VersionString"));
+    EXPECT_EQ(0u, logged_prefix(host::log_level::warn, "AIM PARSER: failed to update"));
 
     ASSERT_EQ(0, run_xml(aim_doc(aim_config("absent", "0x77", "0", "0", text("Card Name", "x")))));
     EXPECT_EQ(0u, count("PldmDeviceFirmware"));
