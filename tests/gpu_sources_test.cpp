@@ -50,8 +50,12 @@ TEST_F(GpuSources, FirstGenerationMapsTheBusToAGpuCore) {
         expect_row("Firmwares", w,
                    known ? "VersionString=FW0;ReleaseDate=01/05/2023" : "VersionString=N/A;ReleaseDate=N/A");
     }
-    expect_log(
-        {"WARN AIM PARSER: Failed to get gpuid for busnum 0x07. Deprecated usage needs upgrade to V2."});
+    const std::string summary =
+        "INFO AIM PARSER: NVIDIA GPU, IPMI properties:  product_name = HGX A100, "
+        "part_num = 935-23587, serial_num = ";
+    expect_log({"WARN AIM PARSER: Failed to get gpuid for busnum 0x07. Deprecated usage needs upgrade to V2.",
+                summary + "SN3, fw_version = FW0, build_data = 01/05/2023",
+                summary + "N/A, fw_version = N/A, build_data = N/A"});
 
     // A failed read is reported; a date too short to be DDMMYYYY is kept as read.
     load("\"RS_EXIST\": 1",
