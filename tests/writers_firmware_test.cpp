@@ -190,6 +190,13 @@ TEST_F(Firmware, PldmTableDeleteUpdateInsert) {
     ASSERT_EQ(0, run(firmware("1.1", "13"), firmware("2.0", "13")));
     EXPECT_EQ((texts{"1.1", "2.0"}), pldm("VersionString"));
     EXPECT_EQ(0u, logged_prefix(host::log_level::warn, "AIM PARSER: failed to update"));
+    // An empty version leaves the stored one; the rest of the row is still brought up to date.
+    ASSERT_EQ(0, run(aim_group("Firmware Information",
+                               settings("Release Date=2025-05-06; Manufacturer=Acme; Software ID=15B31017") +
+                                   text("Version String", "") + text("Classification", "13")),
+                     firmware("2.0", "13")));
+    EXPECT_EQ((texts{"1.1", "2.0"}), pldm("VersionString"));
+    EXPECT_EQ((texts{"2025-05-06", "2024-01-02"}), pldm("ReleaseDate"));
 
     ASSERT_EQ(0, run_xml(aim_doc(aim_config("absent", "0x77", "0", "0", text("Card Name", "x")))));
     EXPECT_EQ(0u, count("PldmDeviceFirmware"));
