@@ -176,6 +176,16 @@ TEST_F(AimReader, ReparseOfAnElementReplacesItsChildren) {
     ASSERT_EQ(0u, c.parse(second_config));
     EXPECT_EQ("B[H(s2=2;)]", shape(c));
 
+    // Each parses only its own element.
+    setting_node s;
+    EXPECT_EQ(parse_bad_setting, s.parse(first_group));
+    EXPECT_EQ(parse_bad_group, g.parse(first_config));
+    EXPECT_EQ(parse_bad_config, c.parse(first_group));
+    EXPECT_EQ(
+        "ERR AIM Doc: NOT element node or setting_node::TAG\nERR NOT group node\nERR AIM Doc: node is not "
+        "config",
+        log().substr(log().find("ERR")));
+
     configset cs;
     sysxml::node first_set = first->root(), second_set = second->root();
     ASSERT_EQ(0u, cs.parse(first_set));

@@ -3,6 +3,8 @@
 // exact layout, indentation by depth times the unit, unit 0 to a file.
 #include <gtest/gtest.h>
 
+#include <climits>
+
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -77,11 +79,16 @@ TEST(AimTree, ContainerFamilies) {
 TEST(AimTree, Int64ByType) {
     // Types: 0 text, 1 numeric, 2 enumerate, 3 boolean, 4 unset.
     const std::tuple<uint32_t, const char*, long long> rows[] = {
-        std::make_tuple(0u, "12", 7LL),     std::make_tuple(1u, "0x10", 16LL),
-        std::make_tuple(1u, "010", 8LL),    std::make_tuple(1u, "-1", -1LL),
-        std::make_tuple(1u, "12abc", 12LL), std::make_tuple(3u, "true", 1LL),
-        std::make_tuple(3u, "1", 1LL),      std::make_tuple(3u, "True", 0LL),
-        std::make_tuple(3u, "true ", 0LL),  std::make_tuple(4u, "5", 7LL)};
+        std::make_tuple(0u, "12", 7LL), std::make_tuple(1u, "0x10", 16LL), std::make_tuple(1u, "010", 8LL),
+        std::make_tuple(1u, "-1", -1LL), std::make_tuple(1u, "12abc", 12LL), std::make_tuple(3u, "true", 1LL),
+        std::make_tuple(3u, "1", 1LL), std::make_tuple(3u, "True", 0LL), std::make_tuple(3u, "true ", 0LL),
+        std::make_tuple(4u, "5", 7LL),
+        // Around the largest value: 18 and 19 digits are exact, beyond it strtoll's limits.
+        std::make_tuple(1u, "999999999999999999", 999999999999999999LL),
+        std::make_tuple(1u, "9223372036854775807", LLONG_MAX),
+        std::make_tuple(1u, "9223372036854775808", LLONG_MAX),
+        std::make_tuple(1u, "99999999999999999999", LLONG_MAX),
+        std::make_tuple(1u, "-9223372036854775809", LLONG_MIN)};
     for (const auto& r : rows) {
         setting_node s;
         s.type = std::get<0>(r);
