@@ -138,6 +138,9 @@ TEST(FruParser, AbsentAndOversizedAreas) {
         std::make_tuple("BIA length past buffer", image({{'P', -1}, {'B', 200}}), true, "P-", long_bia),
         std::make_tuple("both past buffer", image({{'P', 60}, {'B', 60}}), false, "--",
                         long_pia + "\n" + long_bia),
+        // An absent area is no failure: the image still counts as parsed.
+        std::make_tuple("PIA absent, BIA past buffer", image({{'B', 200}}), true, "--",
+                        no_pia + "\n" + long_bia),
         std::make_tuple("PIA length byte last", pia_len_last, true, "-B", "get_pia:99, fru too long!"),
         std::make_tuple("PIA ends on buffer end", pia_exact, true, "--", long_pia + "\n" + no_bia),
         std::make_tuple("PIA ends before buffer end", pia_one_more, true, "P-", no_bia)};
