@@ -47,18 +47,16 @@ protected:
     }
 };
 
-// The first line where `got` and `want` differ, with a few lines of each from there.
+// The number of the first line where `got` and `want` differ, and that line of each.
 std::string first_difference(const std::string& want, const std::string& got) {
     std::istringstream a(want), b(got);
     std::string la, lb;
     for (unsigned line = 1;; ++line) {
         bool more_a = static_cast<bool>(std::getline(a, la)), more_b = static_cast<bool>(std::getline(b, lb));
         if (!more_a && !more_b) return "the same";
-        if (more_a != more_b || la != lb) {
-            std::string out = "line " + std::to_string(line) + "\n  expected: " + (more_a ? la : "(end)") +
-                              "\n  got:      " + (more_b ? lb : "(end)");
-            return out;
-        }
+        if (more_a != more_b || la != lb)
+            return "line " + std::to_string(line) + "\n  expected: " + (more_a ? la : "(end)") +
+                   "\n  got:      " + (more_b ? lb : "(end)");
     }
 }
 
